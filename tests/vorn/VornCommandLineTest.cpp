@@ -1,0 +1,138 @@
+// vorn against the shared dev cloud: every kind of outcome gives a clear
+// message and the exit status scripts rely on, in text and in JSON.
+
+#include "VornProcess.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const QString kAccount = QStringLiteral("account=demo@vorn.example");
+const QString kPassword = QStringLiteral("password=scan3d!");
+
+struct Case {
+    const char* name;
+    QStringList args;
+    int exitStatus;
+    const char* stdoutHas; // "" for no check
+    const char* stderrHas;
+};
+
+std::string describe(const VornRun& run)
+{
+    return QStringLiteral("exit %1\n--- stdout\n%2--- stderr\n%3").arg(run.exitStatus).arg(run.out, run.err).toStdString();
+}
+
+} // namespace
+
+TEST(VornCommandLine, eachOutcomeHasItsExitStatusAndMessage)
+{
+    const QList<Case> cases{
+        {"sign-in succeeds", {"post", "UserLogin", kAccount, kPassword}, 0, "post userLogin: Success (0)", ""},
+        {"request name works like the enumerator", {"post", "userlogin", kAccount, kPassword}, 0, "Success (0)", ""},
+        {"wrong password is a failed response", {"post", "UserLogin", kAccount, "password=wrong"}, 6,
+         "ResponseFailed (6)", ""},
+        {"missing body key is refused by the helper", {"post", "GetUserProfile"}, 3, "MissingField (3)", ""},
+        {"unknown interface name", {"post", "NoSuchRequest"}, 4, "", "unknown interface 'NoSuchRequest'"},
+        {"number outside the catalogue", {"post", "7"}, 4, "UnknownInterface (4)", ""},
+        {"malformed field", {"post", "UserLogin", "account"}, 64, "", "is not key=value"},
+        {"field with bad JSON", {"post", "UserLogin", "n:=nope"}, 64, "", "is not JSON"},
+        {"unknown option", {"post", "UserLogin", "--frobnicate"}, 64, "", "frobnicate"},
+        {"no subcommand", {}, 64, "", "subcommand"},
+        {"negative time-out", {"post", "UserLogin", "--timeout", "-5"}, 64, "", "timeout"},
+        {"missing @file", {"post", "UserLogin", "@/nonexistent/vorn-body.json"}, 66, "", "cannot read"},
+        {"connection dropped mid-answer", {"get", "FetchCountries", "devcloudFault=drop"}, 7, "TransportError (7)", ""},
+        {"answer later than the time-out", {"post", "UserLogin", "devcloudFault=delay=3000", "--timeout", "300"}, 1,
+         "Timeout (1)", ""},
+        {"server error status", {"post", "UserLogin", kAccount, kPassword, "devcloudFault=failure"}, 6,
+         "ResponseFailed (6)", ""},
+        {"config file that does not exist", {"--config", "/nonexistent/config.json", "post", "UserLogin"}, 69, "",
+         "no cloud configured"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const VornRun run = runVorn(c.args);
+        ASSERT_FALSE(run.crashed) << describe(run);
+        EXPECT_EQ(run.exitStatus, c.exitStatus) << describe(run);
+        EXPECT_TRUE(run.out.contains(QString::fromUtf8(c.stdoutHas))) << describe(run);
+        EXPECT_TRUE(run.err.contains(QString::fromUtf8(c.stderrHas), Qt::CaseInsensitive)) << describe(run);
+    }
+}
+
+TEST(VornCommandLine, missingCloudIsNamedWithTheWayOut)
+{
+    // No NUBRA_CONFIG and no file beside the binary.
+    const VornRun run = runVorn({"post", "UserLogin"}, {{"NUBRA_CONFIG", ""}});
+    EXPECT_EQ(run.exitStatus, 69) << describe(run);
+    EXPECT_TRUE(run.err.contains("no cloud configured")) << describe(run);
+    EXPECT_TRUE(run.err.contains("--config")) << describe(run);
+    EXPECT_TRUE(run.out.isEmpty()) << describe(run);
+}
+
+TEST(VornCommandLine, configurationTheClientRejectsIsReported)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("config.json");
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("this is not JSON");
+    file.close();
+    const VornRun run = runVorn({"--config", path, "post", "UserLogin"});
+    EXPECT_EQ(run.exitStatus, 69) << describe(run);
+    EXPECT_TRUE(run.err.contains("rejected")) << describe(run);
+}
+
+TEST(VornCommandLine, jsonOutputIsOneDocumentWithCodeMatchingExitStatus)
+{
+    const QList<QStringList> runs{
+        {"post", "UserLogin", kAccount, kPassword},
+        {"post", "UserLogin", kAccount, "password=wrong"},
+        {"get", "FetchCountries"},
+        {"postv2", "UserLogin", kAccount, kPassword},
+        {"postv1", "GetUserProfile", "userID:=1001", "--header", "X-Auth-Token=nonsense"},
+        {"post", "NoSuchRequest"},
+        {"--config", "/nonexistent/config.json", "post", "UserLogin"},
+        {"interfaces"},
+        {"codes"},
+        {"config"},
+    };
+    for (const QStringList& args : runs) {
+        SCOPED_TRACE(args.join(' ').toStdString());
+        const VornRun run = runVorn(QStringList{"--json"} + args);
+        QJsonParseError error{};
+        const QJsonDocument document = QJsonDocument::fromJson(run.out.toUtf8(), &error);
+        ASSERT_EQ(error.error, QJsonParseError::NoError) << describe(run);
+        ASSERT_TRUE(document.isObject()) << describe(run);
+        const QJsonObject object = document.object();
+        if (object.contains("error")) {
+            EXPECT_EQ(object.value("exitStatus").toInt(-1), run.exitStatus) << describe(run);
+            continue;
+        }
+        EXPECT_EQ(object.value("code").toInt(-1), run.exitStatus) << describe(run);
+        EXPECT_FALSE(object.value("codeName").toString().isEmpty()) << describe(run);
+        EXPECT_TRUE(object.contains("result")) << describe(run);
+    }
+}
+
+TEST(VornCommandLine, jsonResultCarriesTheCloudsAnswer)
+{
+    const VornRun login = runVorn({"--json", "post", "UserLogin", kAccount, kPassword});
+    const QJsonObject answer = QJsonDocument::fromJson(login.out.toUtf8()).object();
+    const QString token = answer.value("result").toObject().value("token").toString();
+    ASSERT_FALSE(token.isEmpty()) << describe(login);
+
+    // The token from one run signs the next one in (VORN_TOKEN, as a script would).
+    const VornRun profile =
+        runVorn({"--json", "post", "GetUserProfile", "userID:=1001"}, {{"VORN_TOKEN", token}});
+    const QJsonObject result = QJsonDocument::fromJson(profile.out.toUtf8()).object().value("result").toObject();
+    EXPECT_EQ(profile.exitStatus, 0) << describe(profile);
+    EXPECT_EQ(result.value("account").toString(), "demo@vorn.example") << describe(profile);
+
+    // Without it the placeholder token is sent and the cloud refuses.
+    const VornRun refused = runVorn({"--json", "post", "GetUserProfile", "userID:=1001"}, {{"VORN_TOKEN", ""}});
+    EXPECT_EQ(refused.exitStatus, 6) << describe(refused);
+}

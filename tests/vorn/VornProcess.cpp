@@ -1,0 +1,30 @@
+#include "VornProcess.h"
+
+#include <QProcess>
+
+QString vornBinary() { return QStringLiteral(VORN_CLI_BINARY); }
+
+VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env, int timeoutMs)
+{
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (auto it = env.cbegin(); it != env.cend(); ++it) {
+        if (it.value().isEmpty())
+            environment.remove(it.key());
+        else
+            environment.insert(it.key(), it.value());
+    }
+    process.setProcessEnvironment(environment);
+    process.start(vornBinary(), args);
+    VornRun run;
+    if (!process.waitForFinished(timeoutMs)) {
+        process.kill();
+        process.waitForFinished(5000);
+        run.crashed = true;
+    }
+    run.crashed = run.crashed || process.exitStatus() != QProcess::NormalExit;
+    run.exitStatus = process.exitCode();
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}

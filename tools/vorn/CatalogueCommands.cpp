@@ -1,0 +1,192 @@
+// post, postv1, postv2, get and login: the helper's catalogue calls, one
+// request of the general catalogue each.
+
+#include "ArgumentMaps.h"
+#include "CommandContext.h"
+#include "ExitStatus.h"
+#include "InterfaceNames.h"
+#include "ResultCodes.h"
+
+#include <VornNubraHelper.h>
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+using InterfaceNames::Catalogue;
+
+enum class Verb { Post, PostV1, PostV2, Get };
+
+struct CatalogueArgs {
+    Verb verb = Verb::Post;
+    std::string interface;
+    std::vector<std::string> fields;
+    std::vector<std::string> params;
+    std::vector<std::string> headers;
+    int timeoutMs = 15000;
+    std::string token;
+};
+
+QString verbName(Verb verb)
+{
+    switch (verb) {
+    case Verb::Post:
+        return QStringLiteral("post");
+    case Verb::PostV1:
+        return QStringLiteral("postv1");
+    case Verb::PostV2:
+        return QStringLiteral("postv2");
+    case Verb::Get:
+        break;
+    }
+    return QStringLiteral("get");
+}
+
+// Parses one group of fields; reports and returns false on a bad one.
+bool parseFields(Output& out, const std::vector<std::string>& fields, const QString& what, QVariantMap* map,
+                 int* exitStatus)
+{
+    const ArgumentMaps::Parsed parsed = ArgumentMaps::parse(fields);
+    if (!parsed.ok()) {
+        *exitStatus = out.fail(parsed.fileMissing ? ExitStatus::NoInput : ExitStatus::Usage,
+                               QStringLiteral("%1: %2").arg(what, parsed.error));
+        return false;
+    }
+    *map = parsed.map;
+    return true;
+}
+
+int runCatalogueCall(CommandContext& context, const CatalogueArgs& args)
+{
+    Output& out = context.out();
+    const QString verb = verbName(args.verb);
+    int status = ExitStatus::Ok;
+
+    QVariantMap fields;
+    QVariantMap params;
+    QVariantMap headers;
+    if (!parseFields(out, args.fields, args.verb == Verb::Get ? QStringLiteral("params") : QStringLiteral("body"),
+                     &fields, &status)
+        || !parseFields(out, args.params, QStringLiteral("--param"), &params, &status)
+        || !parseFields(out, args.headers, QStringLiteral("--header"), &headers, &status))
+        return status;
+
+    const QString name = QString::fromStdString(args.interface);
+    const std::optional<int> value = InterfaceNames::resolve(Catalogue::General, name, true);
+    if (!value) {
+        return out.fail(NubraCommon::UnknownInterface,
+                        QStringLiteral("unknown interface '%1': the general catalogue has %2 (names, request names "
+                                       "or numbers; see 'vorn interfaces')")
+                            .arg(name, InterfaceNames::knownNames(Catalogue::General)),
+                        {{QStringLiteral("code"), int(NubraCommon::UnknownInterface)},
+                         {QStringLiteral("codeName"), ResultCodes::name(NubraCommon::UnknownInterface)}});
+    }
+
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    if (!args.token.empty())
+        helper->setUserToken(QString::fromStdString(args.token));
+
+    const auto interface = NubraCommon::Interface(*value);
+    QVariantMap result;
+    QVariant resultV2;
+    NubraCommon::ErrorCode code = NubraCommon::Success;
+    switch (args.verb) {
+    case Verb::Post:
+        code = helper->post(interface, fields, result, params, args.timeoutMs);
+        break;
+    case Verb::PostV1:
+        code = helper->postv1(interface, headers, fields, result, params, args.timeoutMs);
+        break;
+    case Verb::PostV2:
+        code = helper->postv2(interface, fields, resultV2, params, args.timeoutMs);
+        break;
+    case Verb::Get:
+        code = helper->get(interface, fields, result, args.timeoutMs);
+        break;
+    }
+    const QVariant payload = args.verb == Verb::PostV2 ? resultV2 : QVariant(result);
+    out.answer(QStringLiteral("%1 %2").arg(verb, InterfaceNames::requestName(Catalogue::General, *value)), int(code),
+               payload, {{QStringLiteral("interface"), InterfaceNames::describe(Catalogue::General, *value)}});
+    const bool emptyPayload = args.verb == Verb::PostV2 ? !resultV2.isValid() : result.isEmpty();
+    if (code == NubraCommon::ResponseFailed && emptyPayload && !context.options.verbose)
+        out.note(QStringLiteral("(%1 hands back only the answer's \"result\", which is empty here; run with "
+                                "--verbose to see the cloud's whole answer, or use 'vorn get')")
+                     .arg(verb));
+    return int(code);
+}
+
+void addCatalogueVerb(CLI::App& app, CommandContext& context, Verb verb, const std::string& description)
+{
+    auto args = std::make_shared<CatalogueArgs>();
+    args->verb = verb;
+    CLI::App* command = app.add_subcommand(verbName(verb).toStdString(), description);
+    command->add_option("interface", args->interface,
+                        "Catalogue entry: enumerator name (GetUserProfile), request name (getUserProfile) or number")
+        ->required();
+    command->add_option(verb == Verb::Get ? "params" : "body", args->fields,
+                        verb == Verb::Get
+                            ? "Parameters: key=value (string), key:=json (typed), a JSON object, or @file.json"
+                            : "Body fields: key=value (string), key:=json (typed), a JSON object, or @file.json");
+    if (verb != Verb::Get) {
+        command->add_option("-p,--param", args->params, "A query parameter (same forms as the body); repeatable");
+    }
+    if (verb == Verb::PostV1) {
+        command->add_option("-H,--header", args->headers,
+                            "A header (same forms); postv1 sends these instead of the user token; repeatable");
+    }
+    command->add_option("-t,--timeout", args->timeoutMs, "Time-out in milliseconds")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    command->add_option("--token", args->token, "User token sent as X-Auth-Token (default: the helper's placeholder)")
+        ->envname("VORN_TOKEN");
+    command->callback([&context, args] { context.action = [&context, args] { return runCatalogueCall(context, *args); }; });
+}
+
+struct LoginArgs {
+    std::string account;
+    std::string password;
+    int timeoutMs = 15000;
+};
+
+int runLogin(CommandContext& context, const LoginArgs& args)
+{
+    int status = ExitStatus::Ok;
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    QVariantMap result;
+    const auto code =
+        helper->post(NubraCommon::Interface::UserLogin,
+                     {{QStringLiteral("account"), QString::fromStdString(args.account)},
+                      {QStringLiteral("password"), QString::fromStdString(args.password)}},
+                     result, {}, args.timeoutMs);
+    context.out().answer(QStringLiteral("post userLogin"), int(code), result);
+    if (code == NubraCommon::Success)
+        context.out().note(QStringLiteral("Use the token with --token or: export VORN_TOKEN=%1")
+                               .arg(result.value(QStringLiteral("token")).toString()));
+    return int(code);
+}
+
+} // namespace
+
+void addCatalogueCommands(CLI::App& app, CommandContext& context)
+{
+    addCatalogueVerb(app, context, Verb::Post,
+                     "Run a general-catalogue request with post(): body fields, optional query parameters");
+    addCatalogueVerb(app, context, Verb::PostV1, "Like post, but with your own headers (postv1): no user token added");
+    addCatalogueVerb(app, context, Verb::PostV2, "Like post, but the result is returned as it is (postv2)");
+    addCatalogueVerb(app, context, Verb::Get,
+                     "Run a general-catalogue request with get(): the fields are checked and sent as the body, "
+                     "the whole reply is returned");
+
+    auto args = std::make_shared<LoginArgs>();
+    CLI::App* login = app.add_subcommand("login", "Sign in (post UserLogin) and print the user token");
+    login->add_option("account", args->account, "Account, e.g. demo@vorn.example")->required();
+    login->add_option("password", args->password, "Password")->required()->envname("VORN_PASSWORD");
+    login->add_option("-t,--timeout", args->timeoutMs, "Time-out in milliseconds")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    login->callback([&context, args] { context.action = [&context, args] { return runLogin(context, *args); }; });
+}

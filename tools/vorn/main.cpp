@@ -1,0 +1,84 @@
+// vorn: the Vorn cloud from a terminal or a script, through the helper
+// library's public calls; `vorn demo` walks through the whole library
+// against a local cloud.
+
+#include "CommandContext.h"
+#include "ExitStatus.h"
+
+#include <CLI/CLI.hpp>
+#include <glog/logging.h>
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+namespace {
+
+bool g_verbose = false;
+
+// The helper and the cloud client trace every request through Qt's debug
+// stream; vorn speaks for itself, so those lines appear only with --verbose.
+void filterMessages(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (!g_verbose && type != QtCriticalMsg && type != QtFatalMsg)
+        return;
+    const char* level = type == QtDebugMsg ? "debug" : type == QtInfoMsg ? "info" : type == QtWarningMsg ? "warning" : "error";
+    const char* category = context.category ? context.category : "default";
+    std::fprintf(stderr, "[%s %s] %s\n", category, level, message.toLocal8Bit().constData());
+}
+
+void configureLogging(bool verbose)
+{
+    g_verbose = verbose;
+    qInstallMessageHandler(filterMessages);
+    // The helper's leveled log lines are glog INFO records: on stderr with
+    // --verbose, dropped otherwise.
+    FLAGS_logtostderr = true;
+    FLAGS_minloglevel = verbose ? google::GLOG_INFO : google::GLOG_WARNING;
+    google::InitGoogleLogging("vorn");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vorn"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VORN_VERSION));
+
+    CommandContext context;
+    CLI::App cli{"vorn talks to the Vorn cloud through the VornNubraHelper library.\n"
+                 "Start with 'vorn demo' (a guided tour against a local cloud), or point vorn at a cloud with "
+                 "--config FILE and run any request.",
+                 "vorn"};
+    cli.set_version_flag("--version", VORN_VERSION);
+    cli.add_option("-c,--config", context.options.configFile,
+                   "Client configuration file (default: $NUBRA_CONFIG, then the file beside the application)");
+    cli.add_flag("--json", context.options.json,
+                 "Print one JSON object (operation, code, codeName, result) instead of text");
+    cli.add_flag("-v,--verbose", context.options.verbose, "Show the helper's and the cloud client's own log lines");
+    cli.require_subcommand(1);
+    cli.fallthrough(); // global options may also follow the subcommand
+    cli.footer("Exit status: the helper's result code (0 = Success, 1..12, see 'vorn codes'); 64 bad arguments, "
+               "69 no cloud configured, 78 not in this build, 130 interrupted.");
+
+    addCatalogueCommands(cli, context);
+    addAccountCommands(cli, context);
+    addDiskCommands(cli, context);
+    addSubscribeCommands(cli, context);
+    addUpgradeCommands(cli, context);
+    addProtectCommands(cli, context);
+    addInfoCommands(cli, context);
+    addDemoCommand(cli, context);
+
+    try {
+        cli.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int printed = cli.exit(error); // prints help, version or the error
+        return error.get_exit_code() == 0 ? printed : ExitStatus::Usage;
+    }
+    configureLogging(context.options.verbose);
+    if (!context.action)
+        return ExitStatus::Usage;
+    return context.action();
+}
