@@ -1,0 +1,166 @@
+#include "config/ClientConfig.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
+
+namespace Nubra {
+
+namespace {
+constexpr int kMaxConfigBytes = 4 * 1024 * 1024;
+const QString kBaseUrl = QStringLiteral("baseUrl");
+const QString kRequests = QStringLiteral("requests");
+const QString kRegions = QStringLiteral("regions");
+const QString kTimeout = QStringLiteral("timeout");
+} // namespace
+
+int ClientConfig::timeoutToMs(const QVariant& value, int fallbackMs)
+{
+    bool ok = false;
+    const double number = value.toDouble(&ok);
+    if (!ok || number <= 0)
+        return fallbackMs;
+    if (number < 1000)
+        return int(number * 1000);
+    return number > 24.0 * 3600 * 1000 ? 24 * 3600 * 1000 : int(number);
+}
+
+bool ClientConfig::loadFile(const QString& path, Error::ErrorCode* error, QString* message)
+{
+    QFile file(path);
+    if (path.isEmpty() || !file.open(QIODevice::ReadOnly)) {
+        *error = Error::ConfigMissing;
+        *message = QStringLiteral("cannot read configuration file '%1': %2")
+                       .arg(path, path.isEmpty() ? QStringLiteral("no path") : file.errorString());
+        return false;
+    }
+    if (file.size() > kMaxConfigBytes) {
+        *error = Error::ConfigMalformed;
+        *message = QStringLiteral("configuration file '%1' is larger than 4 MiB").arg(path);
+        return false;
+    }
+    QJsonParseError parseError{};
+    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &parseError);
+    if (parseError.error != QJsonParseError::NoError || !doc.isObject()) {
+        *error = Error::ConfigMalformed;
+        *message = parseError.error != QJsonParseError::NoError
+                       ? QStringLiteral("configuration file '%1' is not valid JSON: %2 at offset %3")
+                             .arg(path, parseError.errorString())
+                             .arg(parseError.offset)
+                       : QStringLiteral("configuration file '%1' does not hold a JSON object").arg(path);
+        return false;
+    }
+    const QString previousPath = m_path;
+    m_path = QFileInfo(path).absoluteFilePath();
+    if (!loadMap(doc.object().toVariantMap(), message)) {
+        m_path = previousPath;
+        *error = Error::ConfigMalformed;
+        *message = QStringLiteral("configuration file '%1': %2").arg(path, *message);
+        return false;
+    }
+    return true;
+}
+
+bool ClientConfig::loadMap(const QVariantMap& map, QString* message)
+{
+    if (map.contains(kBaseUrl)) {
+        const QUrl url(map.value(kBaseUrl).toString());
+        if (!url.isValid() || (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https"))) {
+            *message = QStringLiteral("\"baseUrl\" must be an http or https URL");
+            return false;
+        }
+    }
+    if (map.contains(kRequests)) {
+        if (map.value(kRequests).type() != QVariant::Map) {
+            *message = QStringLiteral("\"requests\" must be an object");
+            return false;
+        }
+        const QVariantMap requests = map.value(kRequests).toMap();
+        for (auto it = requests.begin(); it != requests.end(); ++it) {
+            const QVariantMap entry = it.value().toMap();
+            if (!entry.value(QStringLiteral("path")).toString().startsWith(QLatin1Char('/'))) {
+                *message = QStringLiteral("request \"%1\" needs a \"path\" starting with '/'").arg(it.key());
+                return false;
+            }
+        }
+    }
+    m_data = map;
+    m_timeoutFromFile = map.contains(kTimeout);
+    if (m_timeoutFromFile)
+        m_defaultTimeoutMs = timeoutToMs(map.value(kTimeout), m_defaultTimeoutMs);
+    return true;
+}
+
+void ClientConfig::merge(const QVariantMap& entries)
+{
+    for (auto it = entries.begin(); it != entries.end(); ++it)
+        m_data.insert(it.key(), it.value());
+    if (entries.contains(kTimeout))
+        m_defaultTimeoutMs = timeoutToMs(entries.value(kTimeout), m_defaultTimeoutMs);
+}
+
+void ClientConfig::setDefaultTimeout(const QVariant& value)
+{
+    // A time-out written in the file is the deployer's choice and wins over
+    // the application's default.
+    if (!m_timeoutFromFile)
+        m_defaultTimeoutMs = timeoutToMs(value, m_defaultTimeoutMs);
+}
+
+std::optional<QUrl> ClientConfig::baseUrl(const QString& region) const
+{
+    QString text;
+    if (region.isEmpty())
+        text = m_data.value(kBaseUrl).toString();
+    else
+        text = m_data.value(kRegions).toMap().value(region).toString();
+    if (text.isEmpty())
+        return std::nullopt;
+    QUrl url(text);
+    if (!url.isValid())
+        return std::nullopt;
+    return url;
+}
+
+std::optional<RequestRoute> ClientConfig::route(const QString& name) const
+{
+    const QVariantMap requests = m_data.value(kRequests).toMap();
+    auto it = requests.find(name);
+    if (it == requests.end())
+        return std::nullopt;
+    const QVariantMap entry = it.value().toMap();
+    RequestRoute route;
+    route.method = entry.value(QStringLiteral("method"), QStringLiteral("POST")).toString().toUpper().toLatin1();
+    route.path = entry.value(QStringLiteral("path")).toString();
+    return route;
+}
+
+int ClientConfig::defaultTimeoutMs() const { return m_defaultTimeoutMs; }
+
+int ClientConfig::stallSeconds() const
+{
+    const int ms = timeoutToMs(m_data.value(QStringLiteral("stallTimeout")), 30000);
+    return ms < 1000 ? 1 : ms / 1000;
+}
+
+QString ClientConfig::caFile() const
+{
+    const QString ca = m_data.value(QStringLiteral("caFile")).toString();
+    return ca.isEmpty() ? QString() : resolvePath(ca);
+}
+
+QString ClientConfig::proxy() const { return m_data.value(QStringLiteral("proxy")).toString(); }
+
+QVariantMap ClientConfig::section(const QString& name) const { return m_data.value(name).toMap(); }
+
+QString ClientConfig::resolvePath(const QString& path) const
+{
+    if (path.isEmpty() || QFileInfo(path).isAbsolute() || m_path.isEmpty())
+        return path;
+    return QFileInfo(m_path).absoluteDir().filePath(path);
+}
+
+} // namespace Nubra

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <Nubra/Error.h>
+
+#include <QString>
+#include <QUrl>
+#include <QVariantMap>
+
+#include <optional>
+
+namespace Nubra {
+
+// How one request name travels over HTTP.
+struct RequestRoute {
+    QByteArray method; // "GET", "POST", "PUT", "DELETE"
+    QString path;      // absolute path below the base URL, e.g. "/api/v1/user/login"
+};
+
+// The client's configuration: a JSON object read from a file (see
+// docs/configuration.md) and amended by setConfigData(). Plain data, no
+// signals; services read it when they start a request, so a new
+// configuration applies to the next request.
+class ClientConfig {
+public:
+    // Environment variable that overrides the configuration path.
+    static constexpr const char* kPathOverride = "NUBRA_CONFIG";
+
+    // Reads and validates a file. On failure the current configuration is
+    // kept and error/message describe why.
+    bool loadFile(const QString& path, Error::ErrorCode* error, QString* message);
+    // Validates a whole configuration object.
+    bool loadMap(const QVariantMap& map, QString* message);
+    // Replaces the named top-level entries.
+    void merge(const QVariantMap& entries);
+
+    QVariantMap data() const { return m_data; }
+    QString path() const { return m_path; }
+    bool isLoaded() const { return !m_data.isEmpty(); }
+
+    // Base URL for a region; the empty region is "baseUrl".
+    std::optional<QUrl> baseUrl(const QString& region) const;
+    std::optional<RequestRoute> route(const QString& name) const;
+
+    // Default time-out of requests that carry none, in milliseconds.
+    int defaultTimeoutMs() const;
+    void setDefaultTimeout(const QVariant& value);
+    // Stall period of long transfers (no byte moved), in seconds.
+    int stallSeconds() const;
+
+    QString caFile() const;
+    QString proxy() const;
+    // A top-level section, e.g. "mqtt", "upgrade", "disk".
+    QVariantMap section(const QString& name) const;
+    // Resolves a path from the configuration relative to the file's folder.
+    QString resolvePath(const QString& path) const;
+
+    // One rule for every "timeout" value the client receives: numbers below
+    // 1000 are seconds, 1000 and above are milliseconds. Zero, negative and
+    // non-numeric values give fallbackMs.
+    static int timeoutToMs(const QVariant& value, int fallbackMs);
+
+private:
+    QVariantMap m_data;
+    QString m_path;
+    int m_defaultTimeoutMs = 30000;
+    bool m_timeoutFromFile = false;
+};
+
+} // namespace Nubra

@@ -1,0 +1,79 @@
+#include <Nubra/Reply.h>
+
+#include <QTimer>
+
+namespace Nubra {
+
+Reply::Reply(const QString& requestName, QObject* parent)
+    : QObject(parent)
+    , m_requestName(requestName)
+{
+    // stop()/abort() are signals so that anyone can listen to them; the
+    // reply itself is the one that acts on them.
+    connect(this, qOverload<>(&Reply::stop), this, [this] { onStop(QString()); });
+    connect(this, qOverload<QString>(&Reply::stop), this, [this](const QString& item) { onStop(item); });
+    connect(this, qOverload<>(&Reply::abort), this, [this] {
+        if (!m_notifyingAbort)
+            onAbort(QString());
+    });
+    connect(this, qOverload<QString>(&Reply::abort), this, [this](const QString& item) { onAbort(item); });
+}
+
+Reply::~Reply() = default;
+
+int Reply::status() const { return m_status; }
+QString Reply::requestName() const { return m_requestName; }
+bool Reply::isFinished() const { return m_finished; }
+Error::ErrorCode Reply::error() const { return m_error; }
+QString Reply::errorString() const { return m_errorString; }
+
+void Reply::setStatus(int status) { m_status = status; }
+
+void Reply::finishWith(const QVariantMap& result)
+{
+    if (m_finished)
+        return;
+    m_finished = true;
+    emit finished(result);
+}
+
+void Reply::failWith(Error::ErrorCode code, const QString& message, const QVariantMap& extra)
+{
+    if (m_finished)
+        return;
+    if (m_error == Error::NoError) {
+        m_error = code;
+        m_errorString = message;
+    }
+    QVariantMap map = extra;
+    map.insert(QStringLiteral("status"), QStringLiteral("failure"));
+    map.insert(QStringLiteral("errorCode"), int(code));
+    map.insert(QStringLiteral("message"), message);
+    emit errorOccurred(code);
+    // A receiver of errorOccurred may have finished or deleted us; the
+    // QPointer-free check below is safe because deleteLater() is deferred.
+    finishWith(map);
+}
+
+void Reply::failLater(Error::ErrorCode code, const QString& message)
+{
+    QMetaObject::invokeMethod(
+        this, [this, code, message] { failWith(code, message); }, Qt::QueuedConnection);
+}
+
+void Reply::notifyAbort()
+{
+    m_notifyingAbort = true;
+    emit abort();
+    m_notifyingAbort = false;
+}
+
+void Reply::onStop(const QString&) {}
+
+void Reply::onAbort(const QString& item)
+{
+    if (item.isEmpty())
+        failWith(Error::Cancelled, QStringLiteral("request aborted"));
+}
+
+} // namespace Nubra

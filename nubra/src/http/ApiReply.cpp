@@ -1,0 +1,81 @@
+#include "http/ApiReply.h"
+
+#include "http/CurlErrorMap.h"
+#include "http/CurlTransfer.h"
+#include "http/TransferSetup.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLoggingCategory>
+
+Q_LOGGING_CATEGORY(lcNubraHttp, "nubra.http", QtWarningMsg)
+
+namespace Nubra {
+
+ApiReply::ApiReply(const QString& name, CurlTransfer* transfer, const QUrl& url, QObject* parent)
+    : Reply(name, parent)
+    , m_transfer(transfer)
+    , m_url(url)
+{
+    m_transfer->setParent(this);
+    m_transfer->setBodySink([this](const char* data, size_t size) {
+        if (m_answer.size() + qint64(size) > kMaxAnswerBytes) {
+            m_tooLarge = true;
+            return false;
+        }
+        m_answer.append(data, int(size));
+        return true;
+    });
+    connect(m_transfer, &CurlTransfer::completed, this, &ApiReply::transferCompleted);
+}
+
+bool ApiReply::start() { return m_transfer->start(); }
+
+void ApiReply::onStop(const QString& item)
+{
+    // An API call has nothing to pause: stopping it ends it.
+    onAbort(item);
+}
+
+void ApiReply::onAbort(const QString& item)
+{
+    if (!item.isEmpty() || isFinished())
+        return;
+    m_transfer->cancel();
+    failWith(Error::Cancelled, QStringLiteral("request aborted"));
+}
+
+void ApiReply::transferCompleted(int curlCode)
+{
+    const long http = m_transfer->httpStatus();
+    qCDebug(lcNubraHttp).noquote() << requestName() << redactedUrl(m_url) << "->" << http << "curl" << curlCode
+                                   << m_transfer->elapsedMs() << "ms";
+    if (curlCode != CURLE_OK) {
+        if (m_tooLarge) {
+            failWith(Error::InvalidResponse, QStringLiteral("answer larger than %1 bytes").arg(kMaxAnswerBytes));
+            return;
+        }
+        const auto code = errorForCurl(CURLcode(curlCode));
+        const QString text = m_transfer->curlErrorText();
+        qCWarning(lcNubraHttp).noquote() << requestName() << "failed:" << Error::describe(code) << "-" << text;
+        if (!m_transfer->sslErrors().isEmpty())
+            emit sslErrorOccurred(m_transfer->sslErrors());
+        failWith(code, text.isEmpty() ? Error::describe(code) : text, {{QStringLiteral("httpStatus"), int(http)}});
+        return;
+    }
+    QJsonParseError parseError{};
+    const QJsonDocument doc = QJsonDocument::fromJson(m_answer, &parseError);
+    if (parseError.error == QJsonParseError::NoError && doc.isObject()) {
+        finishWith(doc.object().toVariantMap());
+        return;
+    }
+    if (http >= 400) {
+        failWith(Error::HttpError, QStringLiteral("HTTP status %1").arg(http), {{QStringLiteral("httpStatus"), int(http)}});
+        return;
+    }
+    failWith(Error::InvalidResponse,
+             QStringLiteral("answer is not a JSON object (HTTP %1, %2 bytes)").arg(http).arg(m_answer.size()),
+             {{QStringLiteral("httpStatus"), int(http)}});
+}
+
+} // namespace Nubra

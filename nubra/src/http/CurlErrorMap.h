@@ -1,0 +1,18 @@
+#pragma once
+
+#include <Nubra/Error.h>
+
+#include <QList>
+#include <QSslError>
+
+#include <curl/curl.h>
+
+namespace Nubra {
+
+// Maps a libcurl result onto the client's error numbers.
+Error::ErrorCode errorForCurl(CURLcode code);
+// Maps a TLS verification failure (curl code and OpenSSL X509 verify result)
+// onto Qt's TLS error values.
+QList<QSslError> sslErrorsFor(CURLcode code, long verifyResult);
+
+} // namespace Nubra

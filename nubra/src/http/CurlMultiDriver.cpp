@@ -1,0 +1,151 @@
+#include "http/CurlMultiDriver.h"
+
+#include "http/CurlTransfer.h"
+
+#include <QSocketNotifier>
+
+namespace Nubra {
+
+namespace {
+struct CurlGlobal {
+    CurlGlobal() { curl_global_init(CURL_GLOBAL_DEFAULT); }
+};
+} // namespace
+
+CurlMultiDriver::CurlMultiDriver(QObject* parent)
+    : QObject(parent)
+{
+    static CurlGlobal global;
+    m_multi = curl_multi_init();
+    curl_multi_setopt(m_multi, CURLMOPT_SOCKETFUNCTION, &CurlMultiDriver::socketCallback);
+    curl_multi_setopt(m_multi, CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(m_multi, CURLMOPT_TIMERFUNCTION, &CurlMultiDriver::timerCallback);
+    curl_multi_setopt(m_multi, CURLMOPT_TIMERDATA, this);
+    curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, 16L);
+    m_timer.setSingleShot(true);
+    connect(&m_timer, &QTimer::timeout, this, &CurlMultiDriver::timeoutReached);
+}
+
+CurlMultiDriver::~CurlMultiDriver()
+{
+    const auto active = m_active;
+    for (CurlTransfer* transfer : active)
+        remove(transfer);
+    for (auto& entry : m_sockets) {
+        delete entry.second.read;
+        delete entry.second.write;
+    }
+    m_sockets.clear();
+    curl_multi_cleanup(m_multi);
+}
+
+bool CurlMultiDriver::add(CurlTransfer* transfer)
+{
+    if (curl_multi_add_handle(m_multi, transfer->handle()) != CURLM_OK)
+        return false;
+    m_active.insert(transfer);
+    return true;
+}
+
+void CurlMultiDriver::remove(CurlTransfer* transfer)
+{
+    if (m_active.erase(transfer) == 0)
+        return;
+    curl_multi_remove_handle(m_multi, transfer->handle());
+}
+
+int CurlMultiDriver::socketCallback(CURL*, curl_socket_t socket, int what, void* driver, void*)
+{
+    auto* self = static_cast<CurlMultiDriver*>(driver);
+    if (what == CURL_POLL_REMOVE)
+        self->unwatchSocket(socket);
+    else
+        self->watchSocket(socket, what);
+    return 0;
+}
+
+int CurlMultiDriver::timerCallback(CURLM*, long timeoutMs, void* driver)
+{
+    auto* self = static_cast<CurlMultiDriver*>(driver);
+    // curl_multi_socket_action() must not be called from inside this
+    // callback; a zero-length timer calls it on the next loop turn instead.
+    if (timeoutMs < 0)
+        self->m_timer.stop();
+    else
+        self->m_timer.start(int(timeoutMs));
+    return 0;
+}
+
+void CurlMultiDriver::watchSocket(curl_socket_t socket, int what)
+{
+    SocketWatch& watch = m_sockets[socket];
+    const bool wantRead = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
+    const bool wantWrite = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
+
+    if (wantRead && !watch.read) {
+        watch.read = new QSocketNotifier(qintptr(socket), QSocketNotifier::Read, this);
+        connect(watch.read, &QSocketNotifier::activated, this,
+                [this, socket] { socketReady(socket, CURL_CSELECT_IN); });
+    }
+    if (watch.read)
+        watch.read->setEnabled(wantRead);
+
+    if (wantWrite && !watch.write) {
+        watch.write = new QSocketNotifier(qintptr(socket), QSocketNotifier::Write, this);
+        connect(watch.write, &QSocketNotifier::activated, this,
+                [this, socket] { socketReady(socket, CURL_CSELECT_OUT); });
+    }
+    if (watch.write)
+        watch.write->setEnabled(wantWrite);
+}
+
+void CurlMultiDriver::unwatchSocket(curl_socket_t socket)
+{
+    auto it = m_sockets.find(socket);
+    if (it == m_sockets.end())
+        return;
+    // This may run inside the notifier's own activated() signal: disable
+    // now, delete once control is back in the event loop.
+    for (QSocketNotifier* notifier : {it->second.read, it->second.write}) {
+        if (notifier) {
+            notifier->setEnabled(false);
+            notifier->disconnect(this);
+            notifier->deleteLater();
+        }
+    }
+    m_sockets.erase(it);
+}
+
+void CurlMultiDriver::socketReady(curl_socket_t socket, int events)
+{
+    int running = 0;
+    curl_multi_socket_action(m_multi, socket, events, &running);
+    collectCompleted();
+}
+
+void CurlMultiDriver::timeoutReached()
+{
+    int running = 0;
+    curl_multi_socket_action(m_multi, CURL_SOCKET_TIMEOUT, 0, &running);
+    collectCompleted();
+}
+
+void CurlMultiDriver::collectCompleted()
+{
+    int pending = 0;
+    while (CURLMsg* message = curl_multi_info_read(m_multi, &pending)) {
+        if (message->msg != CURLMSG_DONE)
+            continue;
+        CURL* easy = message->easy_handle;
+        const CURLcode result = message->data.result;
+        CurlTransfer* transfer = nullptr;
+        curl_easy_getinfo(easy, CURLINFO_PRIVATE, reinterpret_cast<char**>(&transfer));
+        if (!transfer || m_active.count(transfer) == 0)
+            continue;
+        remove(transfer);
+        // The transfer's owner may delete it from here on.
+        transfer->complete(result);
+    }
+}
+
+} // namespace Nubra

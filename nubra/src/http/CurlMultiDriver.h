@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+
+#include <curl/curl.h>
+
+#include <unordered_map>
+#include <unordered_set>
+
+class QSocketNotifier;
+
+namespace Nubra {
+
+class CurlTransfer;
+
+// Drives one libcurl multi handle from the Qt event loop of its thread:
+// curl tells us which sockets to watch (CURLMOPT_SOCKETFUNCTION) and when to
+// wake it up (CURLMOPT_TIMERFUNCTION); socket notifiers and one timer feed
+// curl_multi_socket_action(). No thread of our own. Connections stay in the
+// multi handle's pool and are reused by later transfers to the same host.
+class CurlMultiDriver : public QObject {
+    Q_OBJECT
+public:
+    explicit CurlMultiDriver(QObject* parent = nullptr);
+    ~CurlMultiDriver() override;
+
+    bool add(CurlTransfer* transfer);
+    void remove(CurlTransfer* transfer);
+
+private:
+    struct SocketWatch {
+        QSocketNotifier* read = nullptr;
+        QSocketNotifier* write = nullptr;
+    };
+
+    static int socketCallback(CURL* easy, curl_socket_t socket, int what, void* driver, void* socketData);
+    static int timerCallback(CURLM* multi, long timeoutMs, void* driver);
+
+    void watchSocket(curl_socket_t socket, int what);
+    void unwatchSocket(curl_socket_t socket);
+    void socketReady(curl_socket_t socket, int events);
+    void timeoutReached();
+    void collectCompleted();
+
+    CURLM* m_multi = nullptr;
+    QTimer m_timer;
+    std::unordered_map<curl_socket_t, SocketWatch> m_sockets;
+    std::unordered_set<CurlTransfer*> m_active;
+};
+
+} // namespace Nubra

@@ -1,0 +1,237 @@
+#include "http/CurlTransfer.h"
+
+#include "http/CurlErrorMap.h"
+#include "http/CurlMultiDriver.h"
+
+namespace Nubra {
+
+CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
+    : QObject(parent)
+    , m_driver(driver)
+    , m_easy(curl_easy_init())
+{
+    curl_easy_setopt(m_easy, CURLOPT_PRIVATE, this);
+    curl_easy_setopt(m_easy, CURLOPT_ERRORBUFFER, m_errorBuffer);
+    curl_easy_setopt(m_easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(m_easy, CURLOPT_TCP_NODELAY, 1L);
+    curl_easy_setopt(m_easy, CURLOPT_TCP_KEEPALIVE, 1L);
+    curl_easy_setopt(m_easy, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(m_easy, CURLOPT_MAXREDIRS, 5L);
+    curl_easy_setopt(m_easy, CURLOPT_CONNECTTIMEOUT_MS, 10000L);
+    curl_easy_setopt(m_easy, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(m_easy, CURLOPT_USERAGENT, "nubra/1.0");
+    curl_easy_setopt(m_easy, CURLOPT_WRITEFUNCTION, &CurlTransfer::writeCallback);
+    curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(m_easy, CURLOPT_HEADERFUNCTION, &CurlTransfer::headerCallback);
+    curl_easy_setopt(m_easy, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(m_easy, CURLOPT_XFERINFOFUNCTION, &CurlTransfer::progressCallback);
+    curl_easy_setopt(m_easy, CURLOPT_XFERINFODATA, this);
+    curl_easy_setopt(m_easy, CURLOPT_NOPROGRESS, 0L);
+}
+
+CurlTransfer::~CurlTransfer()
+{
+    cancel();
+    curl_easy_cleanup(m_easy);
+    curl_slist_free_all(m_headers);
+}
+
+void CurlTransfer::setUrl(const QUrl& url)
+{
+    m_url = url.toEncoded();
+    curl_easy_setopt(m_easy, CURLOPT_URL, m_url.constData());
+}
+
+void CurlTransfer::setMethod(const QByteArray& method)
+{
+    if (method == "GET") {
+        curl_easy_setopt(m_easy, CURLOPT_HTTPGET, 1L);
+    } else if (method == "POST") {
+        curl_easy_setopt(m_easy, CURLOPT_POST, 1L);
+    } else if (method == "PUT") {
+        curl_easy_setopt(m_easy, CURLOPT_UPLOAD, 1L);
+    } else {
+        curl_easy_setopt(m_easy, CURLOPT_CUSTOMREQUEST, method.constData());
+    }
+}
+
+void CurlTransfer::addHeader(const QByteArray& name, const QByteArray& value)
+{
+    // "Name;" is curl's way to send a header with an empty value.
+    const QByteArray line = value.isEmpty() ? name + ';' : name + ": " + value;
+    m_headers = curl_slist_append(m_headers, line.constData());
+    curl_easy_setopt(m_easy, CURLOPT_HTTPHEADER, m_headers);
+}
+
+void CurlTransfer::setBody(const QByteArray& body)
+{
+    m_body = body;
+    curl_easy_setopt(m_easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(m_body.size()));
+    curl_easy_setopt(m_easy, CURLOPT_POSTFIELDS, m_body.constData());
+}
+
+void CurlTransfer::setBodySource(BodySource source, qint64 size)
+{
+    m_source = std::move(source);
+    curl_easy_setopt(m_easy, CURLOPT_READFUNCTION, &CurlTransfer::readCallback);
+    curl_easy_setopt(m_easy, CURLOPT_READDATA, this);
+    curl_easy_setopt(m_easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(size));
+    curl_easy_setopt(m_easy, CURLOPT_INFILESIZE_LARGE, curl_off_t(size));
+    curl_easy_setopt(m_easy, CURLOPT_UPLOAD_BUFFERSIZE, 512L * 1024L);
+}
+
+void CurlTransfer::setBodySink(BodySink sink) { m_sink = std::move(sink); }
+
+void CurlTransfer::setTimeoutMs(int ms) { curl_easy_setopt(m_easy, CURLOPT_TIMEOUT_MS, long(ms > 0 ? ms : 0)); }
+
+void CurlTransfer::setStallSeconds(int seconds)
+{
+    curl_easy_setopt(m_easy, CURLOPT_LOW_SPEED_LIMIT, seconds > 0 ? 1L : 0L);
+    curl_easy_setopt(m_easy, CURLOPT_LOW_SPEED_TIME, long(seconds > 0 ? seconds : 0));
+}
+
+void CurlTransfer::setResumeFrom(qint64 offset)
+{
+    curl_easy_setopt(m_easy, CURLOPT_RESUME_FROM_LARGE, curl_off_t(offset));
+}
+
+void CurlTransfer::setCaFile(const QString& path)
+{
+    if (path.isEmpty())
+        return;
+    m_caFile = path.toLocal8Bit();
+    curl_easy_setopt(m_easy, CURLOPT_CAINFO, m_caFile.constData());
+}
+
+void CurlTransfer::setProxy(const QString& proxy)
+{
+    // Without a configured proxy curl follows the environment
+    // (http_proxy, https_proxy, no_proxy), which is the system's setting.
+    if (proxy.isEmpty())
+        return;
+    m_proxy = proxy.toUtf8();
+    curl_easy_setopt(m_easy, CURLOPT_PROXY, m_proxy.constData());
+}
+
+void CurlTransfer::setMaxReceiveSpeed(qint64 bytesPerSecond)
+{
+    curl_easy_setopt(m_easy, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t(bytesPerSecond));
+}
+
+bool CurlTransfer::start()
+{
+    if (m_running || !m_driver)
+        return false;
+    m_clock.start();
+    m_progressClock.start();
+    m_running = m_driver->add(this);
+    return m_running;
+}
+
+void CurlTransfer::cancel()
+{
+    if (!m_running)
+        return;
+    m_running = false;
+    if (m_driver)
+        m_driver->remove(this);
+}
+
+long CurlTransfer::httpStatus() const
+{
+    long code = 0;
+    curl_easy_getinfo(m_easy, CURLINFO_RESPONSE_CODE, &code);
+    return code;
+}
+
+QByteArray CurlTransfer::responseHeader(const QByteArray& name) const
+{
+    const QByteArray wanted = name.toLower();
+    for (auto it = m_responseHeaders.crbegin(); it != m_responseHeaders.crend(); ++it)
+        if (it->first == wanted)
+            return it->second;
+    return {};
+}
+
+void CurlTransfer::complete(CURLcode result)
+{
+    m_running = false;
+    if (result == CURLE_PEER_FAILED_VERIFICATION || result == CURLE_SSL_CACERT_BADFILE) {
+        long verify = 0;
+        curl_easy_getinfo(m_easy, CURLINFO_SSL_VERIFYRESULT, &verify);
+        m_sslErrors = sslErrorsFor(result, verify);
+    }
+    emitProgress(true);
+    emit completed(int(result));
+}
+
+size_t CurlTransfer::writeCallback(char* data, size_t size, size_t count, void* self)
+{
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    const size_t bytes = size * count;
+    if (transfer->m_sink && !transfer->m_sink(data, bytes))
+        return 0; // makes curl fail with CURLE_WRITE_ERROR
+    return bytes;
+}
+
+size_t CurlTransfer::readCallback(char* buffer, size_t size, size_t count, void* self)
+{
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    if (!transfer->m_source)
+        return 0;
+    return transfer->m_source(buffer, size * count);
+}
+
+size_t CurlTransfer::headerCallback(char* data, size_t size, size_t count, void* self)
+{
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    const size_t bytes = size * count;
+    const QByteArray line = QByteArray(data, int(bytes)).trimmed();
+    if (line.startsWith("HTTP/")) {
+        // A new response (after a redirect or 100-continue): forget the old headers.
+        transfer->m_responseHeaders.clear();
+    } else {
+        const int colon = line.indexOf(':');
+        if (colon > 0)
+            transfer->m_responseHeaders.append({line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed()});
+    }
+    return bytes;
+}
+
+int CurlTransfer::progressCallback(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
+                                   curl_off_t ulNow)
+{
+    auto* transfer = static_cast<CurlTransfer*>(self);
+    transfer->m_received = dlNow;
+    transfer->m_receiveTotal = dlTotal;
+    transfer->m_sent = ulNow;
+    transfer->m_sendTotal = ulTotal;
+    // Never emit from inside curl: a receiver could cancel or delete the
+    // transfer, which libcurl forbids from its callbacks. Emit on the next
+    // loop turn instead, at most one pending emission at a time.
+    if (!transfer->m_progressPending && transfer->m_progressClock.elapsed() >= 50) {
+        transfer->m_progressPending = true;
+        QMetaObject::invokeMethod(
+            transfer,
+            [transfer] {
+                transfer->m_progressPending = false;
+                transfer->emitProgress(false);
+            },
+            Qt::QueuedConnection);
+    }
+    return 0;
+}
+
+void CurlTransfer::emitProgress(bool force)
+{
+    const qint64 now[4] = {m_received, m_receiveTotal, m_sent, m_sendTotal};
+    if (std::equal(std::begin(now), std::end(now), std::begin(m_reported)))
+        return;
+    if (!force && m_progressClock.elapsed() < 50)
+        return;
+    std::copy(std::begin(now), std::end(now), std::begin(m_reported));
+    m_progressClock.restart();
+    emit progress(m_received, m_receiveTotal, m_sent, m_sendTotal);
+}
+
+} // namespace Nubra

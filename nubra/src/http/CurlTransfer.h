@@ -1,0 +1,103 @@
+#pragma once
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QSslError>
+#include <QString>
+#include <QUrl>
+
+#include <curl/curl.h>
+
+#include <functional>
+
+namespace Nubra {
+
+class CurlMultiDriver;
+
+// One libcurl easy handle run by a CurlMultiDriver. The owner sets it up,
+// calls start() and hears completed() exactly once (unless it cancels or
+// deletes the transfer first). Callbacks run on the driver's thread.
+class CurlTransfer : public QObject {
+    Q_OBJECT
+public:
+    // Receives body bytes; return false to abort with a write error.
+    using BodySink = std::function<bool(const char* data, size_t size)>;
+    // Fills buf with up to size bytes of request body; returns the count
+    // (0 at the end) or CURL_READFUNC_ABORT.
+    using BodySource = std::function<size_t(char* buf, size_t size)>;
+
+    CurlTransfer(CurlMultiDriver* driver, QObject* parent = nullptr);
+    ~CurlTransfer() override;
+
+    CURL* handle() const { return m_easy; }
+
+    void setUrl(const QUrl& url);
+    void setMethod(const QByteArray& method);
+    void addHeader(const QByteArray& name, const QByteArray& value);
+    // An in-memory body (copied).
+    void setBody(const QByteArray& body);
+    // A streamed body of known size (uploads from disk).
+    void setBodySource(BodySource source, qint64 size);
+    void setBodySink(BodySink sink);
+    // Time-out of the whole transfer; 0 = none.
+    void setTimeoutMs(int ms);
+    // Abort when fewer than 1 byte/s moved for this many seconds; 0 = off.
+    void setStallSeconds(int seconds);
+    void setResumeFrom(qint64 offset);
+    void setCaFile(const QString& path);
+    void setProxy(const QString& proxy);
+    // Caps the receive rate (bytes/s); 0 = unlimited.
+    void setMaxReceiveSpeed(qint64 bytesPerSecond);
+
+    bool start();
+    // Stops the transfer without completed(); the handle can be discarded.
+    void cancel();
+    bool isRunning() const { return m_running; }
+
+    long httpStatus() const;
+    // Last value of a response header (case-insensitive name), or empty.
+    QByteArray responseHeader(const QByteArray& name) const;
+    QList<QSslError> sslErrors() const { return m_sslErrors; }
+    QString curlErrorText() const { return QString::fromUtf8(m_errorBuffer); }
+    qint64 elapsedMs() const { return m_clock.isValid() ? m_clock.elapsed() : 0; }
+
+signals:
+    // Rate-limited to about 20 per second, plus a final one.
+    void progress(qint64 received, qint64 receiveTotal, qint64 sent, qint64 sendTotal);
+    void completed(int curlCode);
+
+private:
+    friend class CurlMultiDriver;
+    void complete(CURLcode result);
+
+    static size_t writeCallback(char* data, size_t size, size_t count, void* self);
+    static size_t readCallback(char* buffer, size_t size, size_t count, void* self);
+    static size_t headerCallback(char* data, size_t size, size_t count, void* self);
+    static int progressCallback(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
+                                curl_off_t ulNow);
+    void emitProgress(bool force);
+
+    QPointer<CurlMultiDriver> m_driver;
+    CURL* m_easy = nullptr;
+    curl_slist* m_headers = nullptr;
+    QByteArray m_url;
+    QByteArray m_body;
+    QByteArray m_caFile;
+    QByteArray m_proxy;
+    BodySink m_sink;
+    BodySource m_source;
+    QList<QPair<QByteArray, QByteArray>> m_responseHeaders;
+    QList<QSslError> m_sslErrors;
+    char m_errorBuffer[CURL_ERROR_SIZE] = {};
+    bool m_running = false;
+    bool m_progressPending = false;
+    QElapsedTimer m_clock;
+    QElapsedTimer m_progressClock;
+    qint64 m_received = 0, m_receiveTotal = 0, m_sent = 0, m_sendTotal = 0;
+    qint64 m_reported[4] = {-1, -1, -1, -1};
+};
+
+} // namespace Nubra

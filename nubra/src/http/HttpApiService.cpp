@@ -1,0 +1,111 @@
+#include "http/HttpApiService.h"
+
+#include "config/ClientConfig.h"
+#include "core/LocalReply.h"
+#include "http/ApiReply.h"
+#include "http/CurlTransfer.h"
+#include "http/TransferSetup.h"
+
+#include <Nubra/Manager.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUrlQuery>
+
+namespace Nubra {
+
+namespace {
+
+bool isValidHeaderName(const QString& name)
+{
+    if (name.isEmpty())
+        return false;
+    for (QChar c : name) {
+        const ushort u = c.unicode();
+        if (u <= 32 || u >= 127 || c == QLatin1Char(':'))
+            return false;
+    }
+    return true;
+}
+
+bool isValidHeaderValue(const QString& value)
+{
+    return !value.contains(QLatin1Char('\r')) && !value.contains(QLatin1Char('\n'));
+}
+
+} // namespace
+
+HttpApiService::HttpApiService(const ClientContext& context)
+    : m_context(context)
+{
+}
+
+bool HttpApiService::handles(const QString& name) const { return m_context.config->route(name).has_value(); }
+
+Reply* HttpApiService::start(const RequestContext& request)
+{
+    const ClientConfig& config = *m_context.config;
+    QObject* parent = m_context.manager;
+    const auto route = config.route(request.name);
+    if (!route)
+        return LocalReply::refused(request.name, Error::UnknownRequest,
+                                   QStringLiteral("unknown request \"%1\"").arg(request.name), parent);
+    const auto base = config.baseUrl(request.extra);
+    if (!base) {
+        return LocalReply::refused(request.name,
+                                   request.extra.isEmpty() ? Error::NotConfigured : Error::InvalidArgument,
+                                   request.extra.isEmpty()
+                                       ? QStringLiteral("no \"baseUrl\" configured")
+                                       : QStringLiteral("unknown region \"%1\"").arg(request.extra),
+                                   parent);
+    }
+
+    QUrl url = *base;
+    url.setPath(url.path().endsWith(QLatin1Char('/')) ? url.path().chopped(1) + route->path
+                                                       : url.path() + route->path);
+    QUrlQuery query(url);
+    appendQuery(query, request.record.value(QStringLiteral("params")).toMap());
+    const QVariantMap body = request.record.value(QStringLiteral("body")).toMap();
+    const bool isGet = route->method == "GET";
+    if (isGet)
+        appendQuery(query, body);
+    url.setQuery(query);
+
+    auto* transfer = new CurlTransfer(m_context.curl);
+    transfer->setUrl(url);
+    transfer->setMethod(route->method);
+    applyConfig(*transfer, config);
+    transfer->setTimeoutMs(ClientConfig::timeoutToMs(request.options.value(QStringLiteral("timeout")),
+                                                     config.defaultTimeoutMs()));
+    transfer->addHeader("Accept", "application/json");
+
+    const QVariantMap headers = request.record.value(QStringLiteral("headers")).toMap();
+    for (auto it = headers.begin(); it != headers.end(); ++it) {
+        const QString value = it.value().toString();
+        if (!isValidHeaderName(it.key()) || !isValidHeaderValue(value)) {
+            delete transfer;
+            return LocalReply::refused(request.name, Error::InvalidArgument,
+                                       QStringLiteral("invalid header \"%1\"").arg(it.key()), parent);
+        }
+        transfer->addHeader(it.key().toLatin1(), value.toUtf8());
+    }
+    const QString source = request.record.value(QStringLiteral("source")).toString();
+    if (!source.isEmpty() && isValidHeaderValue(source))
+        transfer->addHeader("X-Nubra-Source", source.toUtf8());
+
+    if (!isGet) {
+        transfer->addHeader("Content-Type", "application/json");
+        transfer->setBody(QJsonDocument(QJsonObject::fromVariantMap(body)).toJson(QJsonDocument::Compact));
+    }
+
+    auto* reply = new ApiReply(request.name, transfer, url, parent);
+    if (!reply->start()) {
+        reply->setParent(nullptr);
+        delete reply;
+        return LocalReply::refused(request.name, Error::RequestErrorOther,
+                                   QStringLiteral("cannot start HTTP transfer"), parent);
+    }
+    return reply;
+}
+
+} // namespace Nubra

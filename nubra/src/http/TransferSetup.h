@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+#include <QUrl>
+#include <QUrlQuery>
+#include <QVariantMap>
+
+namespace Nubra {
+
+class ClientConfig;
+class CurlTransfer;
+
+// Settings every HTTP transfer takes from the configuration: CA file, proxy.
+void applyConfig(CurlTransfer& transfer, const ClientConfig& config);
+
+// Appends the entries of a variant map to a query (lists repeat the key).
+void appendQuery(QUrlQuery& query, const QVariantMap& params);
+
+// Header names that carry secrets; their values never reach our logs.
+bool isSecretName(const QString& name);
+// The URL with the values of secret query parameters replaced by "***".
+QString redactedUrl(const QUrl& url);
+
+} // namespace Nubra
