@@ -1,6 +1,7 @@
 #include "eddata.h"
 
 #include "AESEncryption.h"
+#include "aes/AesImplementation.h"
 
 #include <array>
 #include <cstdint>
@@ -8,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <memory>
 
 namespace {
 
@@ -62,48 +64,32 @@ void putGroup(char* out, std::uint32_t v)
     std::memcpy(out + 2, &kPairs.chars[2 * (v & 0xFFF)], 2);
 }
 
-std::string restore(const std::string& key, const std::string& text)
+// Base64 of `length` bytes into `out`, which has room for 4 * ceil(length / 3)
+// characters; a final group of one or two bytes is completed with zero bytes
+// and followed by "=" up to four characters.
+void encodeInto(const unsigned char* in, std::size_t length, char* out)
 {
-    const std::string bytes = EDData::base64_decode(text);
-    // Zero padding stays on: both forms return the decrypted blocks as they are.
-    return AESEncryption::Decrypt(AESEncryption::Aes128, AESEncryption::Ecb, bytes, key, std::string(),
-                                  AESEncryption::Zero);
-}
-
-} // namespace
-
-std::string EDData::base64_encode(const unsigned char* bytes, unsigned int length)
-{
-    const std::size_t groups = length / 3;
+    for (std::size_t g = length / 3; g > 0; --g, in += 3, out += 4)
+        putGroup(out, static_cast<std::uint32_t>(in[0]) << 16 | static_cast<std::uint32_t>(in[1]) << 8 | in[2]);
     const std::size_t rest = length % 3;
-    std::string out((groups + (rest ? 1 : 0)) * 4, '\0');
-    char* o = &out[0];
-    const unsigned char* in = bytes;
-    for (std::size_t g = 0; g < groups; ++g, in += 3, o += 4)
-        putGroup(o, static_cast<std::uint32_t>(in[0]) << 16 | static_cast<std::uint32_t>(in[1]) << 8 | in[2]);
     if (rest) {
-        // Completed with zero bytes; rest + 1 characters, then "=" up to four.
         const std::uint32_t v =
             static_cast<std::uint32_t>(in[0]) << 16 | (rest == 2 ? static_cast<std::uint32_t>(in[1]) << 8 : 0);
-        putGroup(o, v);
-        o[3] = '=';
+        putGroup(out, v);
+        out[3] = '=';
         if (rest == 1)
-            o[2] = '=';
+            out[2] = '=';
     }
-    return out;
 }
 
-std::string EDData::base64_decode(const std::string& text)
+// Whole groups of four valid characters from in[*read] up to in[end] (a
+// multiple of 4 from the start); stops before the first group that holds a
+// character outside the alphabet. Returns the bytes written.
+std::size_t decodeGroups(const unsigned char* in, std::size_t end, std::size_t* read, char* out)
 {
-    const auto* in = reinterpret_cast<const unsigned char*>(text.data());
-    const std::size_t size = text.size();
-    std::string out(size / 4 * 3 + 2, '\0');
-    char* o = &out[0];
-
-    // Whole groups of four valid characters; stop at the first group that
-    // holds an invalid one and finish that group character by character.
-    std::size_t i = 0;
-    for (; i + 4 <= size; i += 4, o += 3) {
+    std::size_t i = *read;
+    char* o = out;
+    for (; i < end; i += 4, o += 3) {
         const std::uint32_t v = kDecode.shifted[0][in[i]] | kDecode.shifted[1][in[i + 1]] |
                                 kDecode.shifted[2][in[i + 2]] | kDecode.shifted[3][in[i + 3]];
         if (v & kInvalid)
@@ -112,11 +98,18 @@ std::string EDData::base64_decode(const std::string& text)
         o[1] = static_cast<char>(v >> 8);
         o[2] = static_cast<char>(v);
     }
+    *read = i;
+    return static_cast<std::size_t>(o - out);
+}
 
-    // At most three valid characters remain before the end or the stop.
+// What follows the whole groups: at most three valid characters before the
+// end or the first invalid one. Two give one byte, three give two, a lone
+// one nothing. Returns the bytes written.
+std::size_t decodeTail(const unsigned char* in, std::size_t size, char* out)
+{
     std::uint32_t v = 0;
     int count = 0;
-    for (; i < size && count < 4; ++i) {
+    for (std::size_t i = 0; i < size && count < 3; ++i) {
         const std::uint32_t d = kDecode.shifted[3][in[i]];
         if (d & kInvalid)
             break;
@@ -124,21 +117,119 @@ std::string EDData::base64_decode(const std::string& text)
         ++count;
     }
     if (count == 2) {
-        *o++ = static_cast<char>(v >> 4);
-    } else if (count == 3) {
-        *o++ = static_cast<char>(v >> 10);
-        *o++ = static_cast<char>(v >> 2);
+        out[0] = static_cast<char>(v >> 4);
+        return 1;
     }
-    out.resize(static_cast<std::size_t>(o - out.data()));
+    if (count == 3) {
+        out[0] = static_cast<char>(v >> 10);
+        out[1] = static_cast<char>(v >> 2);
+        return 2;
+    }
+    return 0;
+}
+
+std::unique_ptr<VornAes::BlockCipher> aes128(const std::string& key)
+{
+    const std::string expanded = VornAes::expandKey(AESEncryption::Aes128, key);
+    return VornAes::makeBlockCipher(VornAes::fastestAvailable(), reinterpret_cast<const std::uint8_t*>(expanded.data()),
+                                    VornAes::roundsOf(AESEncryption::Aes128));
+}
+
+// base64_decode, then Decrypt(Aes128, Ecb, bytes, key, "", Zero), with the
+// same bytes as a result but done a chunk at a time in one buffer: each run
+// of decoded blocks is deciphered in place while it is still in the cache.
+// The zero padding stays on: both forms return the decrypted blocks as they are.
+std::string restore(const std::string& key, const std::string& text)
+{
+    const auto cipher = aes128(key); // a short key throws here, as in the cipher
+    constexpr std::size_t kChunkChars = 4096;
+    const auto* in = reinterpret_cast<const unsigned char*>(text.data());
+    const std::size_t groupsEnd = text.size() / 4 * 4;
+    std::string out(text.size() / 4 * 3 + 2, '\0');
+    auto* data = reinterpret_cast<std::uint8_t*>(&out[0]);
+
+    std::size_t read = 0;
+    std::size_t written = 0;
+    std::size_t deciphered = 0; // bytes of `out` already deciphered, whole blocks
+    for (;;) {
+        const std::size_t chunkEnd = groupsEnd - read < kChunkChars ? groupsEnd : read + kChunkChars;
+        written += decodeGroups(in, chunkEnd, &read, &out[written]);
+        const std::size_t blocks = (written - deciphered) / VornAes::kBlockSize;
+        cipher->decryptBlocks(data + deciphered, data + deciphered, blocks);
+        deciphered += blocks * VornAes::kBlockSize;
+        if (read < chunkEnd || read == groupsEnd)
+            break; // stopped at an invalid character, or all whole groups done
+    }
+    written += decodeTail(in + read, text.size() - read, &out[written]);
+    out.resize(written);
+
+    const std::size_t remaining = written - deciphered;
+    const std::size_t blocks = remaining / VornAes::kBlockSize;
+    cipher->decryptBlocks(data + deciphered, data + deciphered, blocks);
+    deciphered += blocks * VornAes::kBlockSize;
+    if (const std::size_t tail = written - deciphered) {
+        // A short last block is deciphered as if zero-extended, as the cipher does.
+        std::uint8_t last[VornAes::kBlockSize] = {};
+        std::memcpy(last, data + deciphered, tail);
+        cipher->decryptBlocks(last, last, 1);
+        std::memcpy(data + deciphered, last, tail);
+    }
+    return out;
+}
+
+} // namespace
+
+std::string EDData::base64_encode(const unsigned char* bytes, unsigned int length)
+{
+    std::string out((length + 2) / 3 * 4, '\0');
+    encodeInto(bytes, length, &out[0]);
+    return out;
+}
+
+std::string EDData::base64_decode(const std::string& text)
+{
+    std::string out(text.size() / 4 * 3 + 2, '\0');
+    const auto* in = reinterpret_cast<const unsigned char*>(text.data());
+    std::size_t read = 0;
+    std::size_t written = decodeGroups(in, text.size() / 4 * 4, &read, &out[0]);
+    written += decodeTail(in + read, text.size() - read, &out[written]);
+    out.resize(written);
     return out;
 }
 
 std::string EDData::global_serialize(std::string plain)
 {
-    const std::string cipher = AESEncryption::Crypt(AESEncryption::Aes128, AESEncryption::Ecb, plain, kCodecKey,
-                                                    std::string(), AESEncryption::Zero);
-    return base64_encode(reinterpret_cast<const unsigned char*>(cipher.data()),
-                         static_cast<unsigned int>(cipher.size()));
+    // AES-128-ECB with zero padding, then base64: the same bytes as
+    // base64_encode(Crypt(Aes128, Ecb, plain, key, "", Zero)), but done a
+    // chunk at a time so that the cipher text never exists as a whole and
+    // each chunk is encoded while it is still in the cache. A chunk is a
+    // multiple of both the block (16) and the base64 group (3).
+    constexpr std::size_t kChunk = 48 * 64;
+    const std::size_t size = plain.size();
+    const std::size_t cipherSize = (size + 15) / 16 * 16;
+    std::string out((cipherSize + 2) / 3 * 4, '\0');
+    if (size == 0)
+        return out;
+
+    const auto cipher = aes128(kCodecKey);
+    const auto* in = reinterpret_cast<const std::uint8_t*>(plain.data());
+    char* o = &out[0];
+    std::uint8_t buffer[kChunk];
+    for (std::size_t offset = 0; offset < cipherSize; offset += kChunk) {
+        const std::size_t chunk = cipherSize - offset < kChunk ? cipherSize - offset : kChunk;
+        const std::size_t available = size - offset < chunk ? size - offset : chunk;
+        if (available < chunk) {
+            // The last chunk: zero padding up to the block.
+            std::memcpy(buffer, in + offset, available);
+            std::memset(buffer + available, 0, chunk - available);
+            cipher->encryptBlocks(buffer, buffer, chunk / 16);
+        } else {
+            cipher->encryptBlocks(in + offset, buffer, chunk / 16);
+        }
+        encodeInto(buffer, chunk, o);
+        o += chunk / 3 * 4;
+    }
+    return out;
 }
 
 std::string EDData::global_deserialize(const std::string& text)

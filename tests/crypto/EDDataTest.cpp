@@ -2,6 +2,7 @@
 // character-search decoder, protected text against OpenSSL's libcrypto, and
 // the file helpers on real files.
 
+#include "AESEncryption.h"
 #include "eddata.h"
 #include "CryptoTestSupport.h"
 
@@ -166,6 +167,29 @@ TEST(ProtectedText, matchesOpenSslForEveryLength)
         expected.resize(cipherLength, '\0');
         ASSERT_EQ(EDData::global_deserialize(text), expected);
         ASSERT_EQ(EDData::global_deserialize(kCodecKey, text), expected);
+    }
+}
+
+TEST(ProtectedText, longTextsAcrossChunkBoundariesMatchTheCipherComposition)
+{
+    // The codec works in chunks; around and across their boundaries its
+    // result must stay that of base64 over Crypt and of Decrypt over base64.
+    std::mt19937 rng(23);
+    for (std::size_t length : {3071u, 3072u, 3073u, 6149u, 20000u}) {
+        SCOPED_TRACE(testing::Message() << "length " << length);
+        const std::string plain = randomBytes(rng, length);
+        const std::string text = EDData::global_serialize(plain);
+        ASSERT_EQ(text, opensslProtect(plain));
+        for (std::size_t cut : {std::size_t(0), std::size_t(4093), std::size_t(4096), std::size_t(4101),
+                                text.size() / 2, text.size() - 1}) {
+            SCOPED_TRACE(testing::Message() << "stop at " << cut);
+            std::string broken = text;
+            broken.insert(cut, "\n");
+            const std::string expected = AESEncryption::Decrypt(AESEncryption::Aes128, AESEncryption::Ecb,
+                                                                EDData::base64_decode(broken), kCodecKey, "",
+                                                                AESEncryption::Zero);
+            ASSERT_EQ(EDData::global_deserialize(broken), expected);
+        }
     }
 }
 

@@ -59,47 +59,57 @@ std::string crypt(Implementation implementation, AESEncryption::Aes level, AESEn
     if (!cipher)
         return std::string();
 
+    // Whole blocks are read straight from the text; the last one, holding the
+    // text's tail and the padding, is put together on the side.
     const std::size_t size = rawText.size();
     const std::size_t pad = paddingLength(size, padding);
-    std::string out(size + pad, '\0');
-    if (size > 0)
-        std::memcpy(&out[0], rawText.data(), size);
+    const std::size_t fullBlocks = size / kBlockSize;
+    const std::size_t tail = size % kBlockSize;
+    const bool extraBlock = tail + pad > 0;
+    std::uint8_t last[kBlockSize] = {};
+    std::memcpy(last, bytes(rawText) + fullBlocks * kBlockSize, tail);
     if (padding == AESEncryption::Pkcs7)
-        std::memset(&out[size], static_cast<int>(pad), pad);
+        std::memset(last + tail, static_cast<int>(pad), pad);
     else if (padding == AESEncryption::Iso && pad > 0)
-        out[size] = '\x80';
+        last[tail] = 0x80;
 
-    const std::size_t blocks = out.size() / kBlockSize;
+    std::string out(size + pad, '\0');
+    const std::size_t blocks = fullBlocks + (extraBlock ? 1 : 0);
+    const std::uint8_t* in = bytes(rawText);
+    auto source = [&](std::size_t b) { return b < fullBlocks ? in + b * kBlockSize : last; };
     std::uint8_t* data = bytes(out);
+    std::uint8_t block[kBlockSize];
     switch (mode) {
     case AESEncryption::Ecb:
-        cipher->encryptBlocks(data, data, blocks);
+        cipher->encryptBlocks(in, data, fullBlocks);
+        if (extraBlock)
+            cipher->encryptBlocks(last, data + fullBlocks * kBlockSize, 1);
         break;
     case AESEncryption::Cbc: {
         const std::uint8_t* chain = bytes(iv);
         for (std::size_t b = 0; b < blocks; ++b, data += kBlockSize) {
-            xorInto(data, chain, kBlockSize);
-            cipher->encryptBlocks(data, data, 1);
+            std::memcpy(block, source(b), kBlockSize);
+            xorInto(block, chain, kBlockSize);
+            cipher->encryptBlocks(block, data, 1);
             chain = data;
         }
         break;
     }
     case AESEncryption::Cfb: {
         const std::uint8_t* feedback = bytes(iv);
-        std::uint8_t stream[kBlockSize];
         for (std::size_t b = 0; b < blocks; ++b, data += kBlockSize) {
-            cipher->encryptBlocks(feedback, stream, 1);
-            xorInto(data, stream, kBlockSize);
+            cipher->encryptBlocks(feedback, data, 1);
+            xorInto(data, source(b), kBlockSize);
             feedback = data;
         }
         break;
     }
     case AESEncryption::Ofb: {
-        std::uint8_t stream[kBlockSize];
-        std::memcpy(stream, iv.data(), kBlockSize);
+        std::memcpy(block, iv.data(), kBlockSize);
         for (std::size_t b = 0; b < blocks; ++b, data += kBlockSize) {
-            cipher->encryptBlocks(stream, stream, 1);
-            xorInto(data, stream, kBlockSize);
+            cipher->encryptBlocks(block, block, 1);
+            std::memcpy(data, source(b), kBlockSize);
+            xorInto(data, block, kBlockSize);
         }
         break;
     }
