@@ -1,0 +1,129 @@
+#include "DevCloud.h"
+
+#include "Seed.h"
+#include "services/Services.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSaveFile>
+#include <QTemporaryDir>
+
+#include <cstdio>
+
+namespace devcloud {
+
+DevCloud::DevCloud(Options options)
+    : m_options(std::move(options))
+{
+}
+
+DevCloud::~DevCloud()
+{
+    if (m_ownsDataDir && !m_dataDir.isEmpty())
+        QDir(m_dataDir).removeRecursively();
+}
+
+QString DevCloud::baseUrl() const { return QStringLiteral("http://%1:%2").arg(m_options.host).arg(m_port); }
+
+bool DevCloud::setUp(QString* error)
+{
+    if (m_options.dataDir.isEmpty()) {
+        QTemporaryDir temp(QDir::tempPath() + QStringLiteral("/nubra-devcloud-XXXXXX"));
+        temp.setAutoRemove(false);
+        if (!temp.isValid()) {
+            *error = QStringLiteral("cannot create a temporary data folder");
+            return false;
+        }
+        m_dataDir = temp.path();
+        m_ownsDataDir = true;
+    } else {
+        m_dataDir = QDir(m_options.dataDir).absolutePath();
+        if (!QDir().mkpath(m_dataDir)) {
+            *error = QStringLiteral("cannot create data folder %1").arg(m_dataDir);
+            return false;
+        }
+    }
+
+    if (!m_store.open(m_dataDir + QStringLiteral("/devcloud.sqlite"), error))
+        return false;
+    if (!createSchema(m_store, error) || !seedDemoData(m_store, error))
+        return false;
+
+    // Bind first so that the real port is known to the services and to the
+    // configuration before the first request.
+    m_server.set_tcp_nodelay(true);
+    m_server.set_keep_alive_max_count(100000);
+    m_server.set_read_timeout(30, 0);
+    m_server.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr) {
+        writeJson(response, 500,
+                  {{QStringLiteral("status"), QStringLiteral("failure")},
+                   {QStringLiteral("code"), QStringLiteral("internal")},
+                   {QStringLiteral("message"), QStringLiteral("internal error")}});
+    });
+    m_server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+        if (!response.body.empty())
+            return;
+        writeJson(response, response.status,
+                  {{QStringLiteral("status"), QStringLiteral("failure")},
+                   {QStringLiteral("code"), QStringLiteral("http%1").arg(response.status)},
+                   {QStringLiteral("message"), QStringLiteral("no such endpoint")}});
+    });
+    if (m_options.port == 0) {
+        m_port = m_server.bind_to_any_port(m_options.host.toStdString());
+    } else {
+        m_port = m_server.bind_to_port(m_options.host.toStdString(), m_options.port) ? m_options.port : -1;
+    }
+    if (m_port <= 0) {
+        *error = QStringLiteral("cannot bind %1:%2").arg(m_options.host).arg(m_options.port);
+        return false;
+    }
+
+    m_router = std::make_unique<ApiRouter>(m_server, m_store);
+    // Handlers keep a pointer to the context: it lives as long as the cloud.
+    m_context = std::make_unique<ServiceContext>(
+        ServiceContext{m_server, *m_router, m_store, m_dataDir, baseUrl(), m_configSections});
+    registerGeneralService(*m_context);
+    registerAccountService(*m_context);
+
+    m_server.Get("/devcloud/health", [](const httplib::Request&, httplib::Response& response) {
+        writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")}});
+    });
+
+    if (!m_options.writeConfig.isEmpty()) {
+        QSaveFile file(m_options.writeConfig);
+        if (!file.open(QIODevice::WriteOnly)) {
+            *error = QStringLiteral("cannot write %1: %2").arg(m_options.writeConfig, file.errorString());
+            return false;
+        }
+        file.write(QJsonDocument(clientConfig()).toJson(QJsonDocument::Indented));
+        if (!file.commit()) {
+            *error = QStringLiteral("cannot write %1: %2").arg(m_options.writeConfig, file.errorString());
+            return false;
+        }
+    }
+    return true;
+}
+
+QJsonObject DevCloud::clientConfig() const
+{
+    QJsonObject config = m_configSections;
+    config.insert(QStringLiteral("baseUrl"), baseUrl());
+    config.insert(QStringLiteral("timeout"), 30);
+    config.insert(QStringLiteral("stallTimeout"), 30);
+    config.insert(QStringLiteral("requests"), m_router->requestTable());
+    config.insert(QStringLiteral("productLines"),
+                  QJsonObject{{QStringLiteral("default"),
+                               QJsonObject{{QStringLiteral("productLine"), QStringLiteral("VornScan")},
+                                           {QStringLiteral("models"),
+                                            QJsonArray{QStringLiteral("VS-200"), QStringLiteral("VS-300 Pro")}},
+                                           {QStringLiteral("cloud"), QStringLiteral("nubra-devcloud")}}}});
+    return config;
+}
+
+bool DevCloud::serve() { return m_server.listen_after_bind(); }
+
+void DevCloud::stop() { m_server.stop(); }
+
+} // namespace devcloud

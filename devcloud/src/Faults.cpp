@@ -1,0 +1,73 @@
+#include "Faults.h"
+
+#include "Router.h"
+
+#include <QStringList>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace devcloud {
+
+Fault Fault::parse(const QString& spec)
+{
+    Fault fault;
+    for (const QString& part : spec.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        const QString item = part.trimmed();
+        if (item.startsWith(QLatin1String("delay=")))
+            fault.delayMs = std::clamp(item.mid(6).toInt(), 0, 120000);
+        else if (item == QLatin1String("failure"))
+            fault.failure = true;
+        else if (item.startsWith(QLatin1String("http=")))
+            fault.httpStatus = std::clamp(item.mid(5).toInt(), 0, 599);
+        else if (item == QLatin1String("nonjson"))
+            fault.nonJson = true;
+        else if (item == QLatin1String("drop"))
+            fault.drop = true;
+    }
+    return fault;
+}
+
+Fault Fault::fromRequest(const httplib::Request& request, const QJsonObject& body)
+{
+    QString spec = QString::fromStdString(request.get_header_value("X-Devcloud-Fault"));
+    if (spec.isEmpty())
+        spec = QString::fromStdString(request.get_param_value("devcloudFault"));
+    if (spec.isEmpty())
+        spec = body.value(QStringLiteral("devcloudFault")).toString();
+    return parse(spec);
+}
+
+bool applyFault(const Fault& fault, httplib::Response& response)
+{
+    if (fault.delayMs > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(fault.delayMs));
+    if (fault.drop) {
+        // A chunked provider that gives up at once: the head goes out, then
+        // the connection is closed without a body.
+        response.set_chunked_content_provider("application/json",
+                                              [](size_t, httplib::DataSink&) { return false; });
+        return true;
+    }
+    if (fault.nonJson) {
+        response.status = 200;
+        response.set_content("<html><body>maintenance</body></html>", "text/html");
+        return true;
+    }
+    if (fault.httpStatus > 0) {
+        response.status = fault.httpStatus;
+        response.set_content("injected HTTP error", "text/plain");
+        return true;
+    }
+    if (fault.failure) {
+        writeJson(response, 200,
+                  {{QStringLiteral("status"), QStringLiteral("failure")},
+                   {QStringLiteral("code"), QStringLiteral("injected")},
+                   {QStringLiteral("message"), QStringLiteral("failure injected by request")}});
+        return true;
+    }
+    return false;
+}
+
+} // namespace devcloud

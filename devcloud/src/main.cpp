@@ -1,0 +1,78 @@
+// nubra-devcloud: a real cloud on loopback for development, demos and tests.
+
+#include "DevCloud.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <csignal>
+#include <cstdio>
+#include <pthread.h>
+#include <thread>
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("nubra-devcloud"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "A local cloud for the Vorn scanner software: the JSON API, file transfers and a message broker, on "
+        "loopback, with seeded demo data and fault injection."));
+    parser.addHelpOption();
+    QCommandLineOption portOption(QStringLiteral("port"), QStringLiteral("TCP port; 0 picks a free one."),
+                                  QStringLiteral("port"), QStringLiteral("0"));
+    QCommandLineOption hostOption(QStringLiteral("host"), QStringLiteral("Address to bind (loopback by default)."),
+                                  QStringLiteral("address"), QStringLiteral("127.0.0.1"));
+    QCommandLineOption dataOption(QStringLiteral("data"),
+                                  QStringLiteral("Data folder (kept); default: a temporary one, removed at exit."),
+                                  QStringLiteral("folder"));
+    QCommandLineOption configOption(QStringLiteral("write-config"),
+                                    QStringLiteral("Write a client configuration pointing at this cloud."),
+                                    QStringLiteral("file"));
+    parser.addOptions({portOption, hostOption, dataOption, configOption});
+    parser.process(app);
+
+    bool portOk = false;
+    devcloud::Options options;
+    options.port = parser.value(portOption).toInt(&portOk);
+    if (!portOk || options.port < 0 || options.port > 65535) {
+        std::fprintf(stderr, "nubra-devcloud: invalid --port '%s'\n", qPrintable(parser.value(portOption)));
+        return 2;
+    }
+    options.host = parser.value(hostOption);
+    options.dataDir = parser.value(dataOption);
+    options.writeConfig = parser.value(configOption);
+
+    // SIGTERM and SIGINT are taken by one thread with sigwait(), so that
+    // stopping the server happens outside a signal handler.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    devcloud::DevCloud cloud(options);
+    QString error;
+    if (!cloud.setUp(&error)) {
+        std::fprintf(stderr, "nubra-devcloud: %s\n", qPrintable(error));
+        return 1;
+    }
+
+    std::thread signalThread([&cloud, stopSignals] {
+        int received = 0;
+        sigwait(&stopSignals, &received);
+        std::fprintf(stderr, "nubra-devcloud: signal %d, stopping\n", received);
+        cloud.stop();
+    });
+
+    std::printf("nubra-devcloud listening on %s\n", qPrintable(cloud.baseUrl()));
+    std::fflush(stdout);
+    const bool served = cloud.serve();
+
+    // Wake the signal thread if the server ended by itself.
+    pthread_kill(signalThread.native_handle(), SIGTERM);
+    signalThread.join();
+    std::printf("nubra-devcloud stopped\n");
+    return served ? 0 : 1;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Router.h"
+#include "Store.h"
+
+#include <QJsonObject>
+#include <QString>
+
+#include <httplib.h>
+
+namespace devcloud {
+
+// What every service gets when it registers its routes.
+struct ServiceContext {
+    httplib::Server& server;
+    ApiRouter& router;
+    Store& store;
+    // Folder for files the cloud keeps (uploads, packages); exists.
+    QString dataDir;
+    // "http://127.0.0.1:PORT", known before any request is served.
+    QString baseUrl;
+    // Top-level sections a service adds to the client configuration it
+    // writes (e.g. "mqtt", "upgrade").
+    QJsonObject& configSections;
+};
+
+// One function per service, each in its own file.
+void registerGeneralService(ServiceContext& context);
+void registerAccountService(ServiceContext& context);
+
+} // namespace devcloud
