@@ -70,9 +70,11 @@ private:
     Aes m_level;
     Mode m_mode;
     std::int32_t m_nk;
-    std::int32_t m_keyLen;
+    // Kept for the layout of the object; the key schedule counts words, and a
+    // short key fails on its bounds-checked reads.
+    [[maybe_unused]] std::int32_t m_keyLen;
     std::int32_t m_nr;
-    std::int32_t m_expandedKey;
+    [[maybe_unused]] std::int32_t m_expandedKey; // 209 for Aes192, one more than its schedule
     Padding m_padding;
     std::string* m_state;
 
