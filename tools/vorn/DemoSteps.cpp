@@ -11,6 +11,8 @@
 #include <NubraCommon.h>
 #include <VornNubraHelper.h>
 
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QStringList>
 
 namespace Demo {
@@ -92,13 +94,48 @@ Outcome countries(StepContext& step)
                           .arg(sample.join(QStringLiteral(", "))));
 }
 
-Outcome notBuilt(StepContext&) { return Outcome::Skipped; }
+#if VORN_CLI_PROTECT
+Outcome protectJson(StepContext& step)
+{
+    const QJsonObject original{{QStringLiteral("device"), QStringLiteral("VS2024000123")},
+                               {QStringLiteral("calibration"), QJsonObject{{QStringLiteral("pointPitch"), 0.05},
+                                                                           {QStringLiteral("exposure"), 12}}},
+                               {QStringLiteral("owner"), QStringLiteral("Zoë")}};
+    QString protectedText;
+    const int code = step.helper->serializeObj(original, protectedText);
+    if (code != NubraCommon::Success || protectedText.isEmpty())
+        return expectCode(step, code, NubraCommon::Success, QStringLiteral("no protected text"));
+    step.say(QStringLiteral("serializeObj -> %1 characters: %2...").arg(protectedText.size()).arg(protectedText.left(40)));
+    QString restored;
+    step.helper->deserializeData(protectedText, restored);
+    const QJsonObject back = QJsonDocument::fromJson(restored.toUtf8()).object();
+    step.say(QStringLiteral("deserializeData -> %1").arg(QString::fromUtf8(QJsonDocument(back).toJson(QJsonDocument::Compact))));
+    if (back != original) {
+        step.detail = QStringLiteral("the restored object differs from the original");
+        return Outcome::Failed;
+    }
+    QString wrongKey;
+    step.helper->deserializeData(protectedText, QStringLiteral("0123456789abcdef"), wrongKey);
+    return expectCode(step, code, NubraCommon::Success,
+                      QStringLiteral("restored object equals the original; with another key it %1")
+                          .arg(QJsonDocument::fromJson(wrongKey.toUtf8()).isObject() ? QStringLiteral("still parsed?!")
+                                                                                      : QStringLiteral("is garbage")));
+}
+#endif
+
+std::function<Outcome(StepContext&)> notBuilt() { return [](StepContext&) { return Outcome::Skipped; }; }
 
 } // namespace
 
+#if VORN_CLI_PROTECT
+#define VORN_STEP_PROTECT protectJson
+#else
+#define VORN_STEP_PROTECT notBuilt()
+#endif
+
 std::vector<Step> librarySteps()
 {
-    std::vector<Step> steps{
+    return {
         {QStringLiteral("Sign in"),
          QStringLiteral("post(UserLogin, {account, password}) runs a request of the general catalogue and waits for "
                         "its answer in a local event loop; the token it returns is handed to setUserToken."),
@@ -114,9 +151,40 @@ std::vector<Step> librarySteps()
         {QStringLiteral("Countries"),
          QStringLiteral("get(FetchCountries): the get variant returns the whole reply map (status and result)."),
          true, countries},
+        {QStringLiteral("Captcha"),
+         QStringLiteral("VornUserAccountRequest(Captcha): user-account requests run through the response watcher, "
+                        "which reports every event of the reply to a callback."),
+         bool(VORN_CLI_ACCOUNT), notBuilt()},
+        {QStringLiteral("Cloud-disk spaces"),
+         QStringLiteral("VornCloudDiskRequest(FetchFrontSpace) and (GetDefaultSpaceInfo): the spaces of the user's "
+                        "cloud disk."),
+         bool(VORN_CLI_ACCOUNT), notBuilt()},
+        {QStringLiteral("Upload a file with progress"),
+         QStringLiteral("VornCloudDiskRequest(StartUploadStart): the helper relays the upload's progress as its "
+                        "uploadProgress signal."),
+         bool(VORN_CLI_ACCOUNT), notBuilt()},
+        {QStringLiteral("Register for upgrades and check"),
+         QStringLiteral("setSoftwareAutoUpgrade tells the cloud client which model, version and language this is; "
+                        "checkSoftwareUpgrade asks whether a newer version exists."),
+         bool(VORN_CLI_UPGRADE), notBuilt()},
+        {QStringLiteral("Download the package, pause, resume"),
+         QStringLiteral("startDownloadSoftware blocks while the package downloads, with downloadProgress signals; "
+                        "pauseDownloadSoftware stops it, a second start resumes where it stopped, and "
+                        "checkDownloadSoftwareExist finds it on disk."),
+         bool(VORN_CLI_UPGRADE), notBuilt()},
+        {QStringLiteral("Subscribe and receive a message"),
+         QStringLiteral("subscribe connects to the message server and subscribes a topic; a message the demo "
+                        "publishes arrives as the helper's subscribeData signal."),
+         bool(VORN_CLI_SUBSCRIBE), notBuilt()},
+        {QStringLiteral("Protect and restore a JSON object"),
+         QStringLiteral("serializeObj turns a JSON object into protected text (AES-128 and base64); "
+                        "deserializeData restores it."),
+         bool(VORN_CLI_PROTECT), VORN_STEP_PROTECT},
+        {QStringLiteral("Download a file in the background"),
+         QStringLiteral("downloadFile hands a download to the cloud client and returns at once; the file arrives "
+                        "while the application goes on."),
+         bool(VORN_CLI_UPGRADE), notBuilt()},
     };
-    (void)notBuilt;
-    return steps;
 }
 
 } // namespace Demo
