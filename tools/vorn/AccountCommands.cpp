@@ -4,7 +4,72 @@
 #include <CLI/CLI.hpp>
 
 #if VORN_CLI_ACCOUNT
-#error "account commands not written yet"
+
+#include "ExitStatus.h"
+#include "InterfaceNames.h"
+#include "ReplyStatus.h"
+#include "ResultCodes.h"
+#include "ServiceRequestArgs.h"
+
+#include <VornNubraHelper.h>
+
+#include <stdexcept>
+
+namespace {
+
+using InterfaceNames::Catalogue;
+
+struct AccountArgs : ServiceRequestArgs {
+    std::string region;
+};
+
+int runAccount(CommandContext& context, const AccountArgs& args)
+{
+    Output& out = context.out();
+    int status = ExitStatus::Ok;
+    ServiceRequestArgs::Maps maps;
+    if (!args.parse(out, &maps, &status))
+        return status;
+    const QString name = QString::fromStdString(args.interface);
+    // Only listed values: the helper's checked look-up throws for others.
+    const std::optional<int> value = InterfaceNames::resolve(Catalogue::UserAccount, name, false);
+    if (!value)
+        return out.fail(NubraCommon::UnknownInterface,
+                        QStringLiteral("unknown interface '%1': the user-account catalogue has %2")
+                            .arg(name, InterfaceNames::knownNames(Catalogue::UserAccount)),
+                        {{QStringLiteral("code"), int(NubraCommon::UnknownInterface)},
+                         {QStringLiteral("codeName"), ResultCodes::name(NubraCommon::UnknownInterface)}});
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    QVariantMap reply;
+    try {
+        helper->VornUserAccountRequest(NubraCommon::VornUserAccountInterface(*value), reply, maps.body, maps.params,
+                                       maps.headers, QString::fromStdString(args.region),
+                                       QString::fromStdString(args.source));
+    } catch (const std::out_of_range& error) {
+        return out.fail(NubraCommon::UnknownInterface, QString::fromUtf8(error.what()));
+    }
+    const int code = ReplyStatus::codeOf(reply);
+    out.answer(QStringLiteral("account %1").arg(InterfaceNames::requestName(Catalogue::UserAccount, *value)), code,
+               reply);
+    return code;
+}
+
+} // namespace
+
+void addAccountCommands(CLI::App& app, CommandContext& context)
+{
+    auto args = std::make_shared<AccountArgs>();
+    CLI::App* command = app.add_subcommand(
+        "account", "Run a user-account request (VornUserAccountRequest): login, countries, captcha, privacy ...");
+    args->addTo(*command, "User-account entry: Captcha, captcha, 6, ... (see 'vorn interfaces')");
+    command->add_option("--region", args->region, "Send to this region of the configuration (the extra argument)");
+    command->footer("The helper returns the reply map itself; vorn reports Success when its \"status\" is "
+                    "\"success\", ResponseFailed otherwise, RequestRejected when the request could not start.");
+    command->callback([&context, args] { context.action = [&context, args] { return runAccount(context, *args); }; });
+}
+
 #else
 void addAccountCommands(CLI::App& app, CommandContext& context)
 {

@@ -1,10 +1,371 @@
-// upgrade and download: the automatic-upgrade flow and file download.
+// upgrade and download: the automatic-upgrade flow (register, check, package
+// download with pause, existence test) and background file download.
 #include "CommandContext.h"
 
 #include <CLI/CLI.hpp>
 
 #if VORN_CLI_UPGRADE
-#error "upgrade commands not written yet"
+
+#include "ExitStatus.h"
+#include "HelperLog.h"
+#include "InterruptWatcher.h"
+#include "ProgressBar.h"
+#include "ResultCodes.h"
+
+#include <VornNubraHelper.h>
+
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QTimer>
+#include <QUrl>
+
+#include <unistd.h>
+
+namespace {
+
+struct Registration {
+    std::string model;
+    std::string version;
+    std::string versionType = "release";
+    std::string lang = "en";
+    std::string dir;
+
+    void addTo(CLI::App& command)
+    {
+        command.add_option("-m,--model", model, "Model code, e.g. VS-200")->required();
+        command.add_option("--version", version, "The version installed now, e.g. 1.0.0")->required();
+        command.add_option("--version-type", versionType, "release or beta")->capture_default_str();
+        command.add_option("--lang", lang, "Language of the release notes")->capture_default_str();
+        command.add_option("--dir", dir, "Package folder (default: the application's download folder)");
+    }
+
+    QString folder() const
+    {
+        if (!dir.empty())
+            return QFileInfo(QString::fromStdString(dir)).absoluteFilePath();
+        return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+            + QStringLiteral("/Kelmar Hub/tarvodownload");
+    }
+
+    // The cloud client keeps registrations only for the life of the
+    // process, so every upgrade command registers first.
+    int run(VornNubraHelper* helper) const
+    {
+        return helper->setSoftwareAutoUpgrade(QString::fromStdString(model), QString::fromStdString(version),
+                                              QString::fromStdString(versionType), QString::fromStdString(lang),
+                                              folder());
+    }
+};
+
+struct UpgradeArgs {
+    Registration registration;
+    std::string target;
+};
+
+QString codeText(int code) { return QStringLiteral("%1 (%2)").arg(ResultCodes::name(code)).arg(code); }
+
+// Registers; reports a failure and returns false.
+bool registerFirst(CommandContext& context, VornNubraHelper* helper, const Registration& registration, int* code)
+{
+    *code = registration.run(helper);
+    if (*code == NubraCommon::Success)
+        return true;
+    context.out().answer(QStringLiteral("setSoftwareAutoUpgrade"), *code, QVariant());
+    return false;
+}
+
+int runRegister(CommandContext& context, const UpgradeArgs& args)
+{
+    int status = ExitStatus::Ok;
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    const int code = args.registration.run(helper);
+    context.out().answer(QStringLiteral("setSoftwareAutoUpgrade"), code,
+                         QVariantMap{{QStringLiteral("folder"), args.registration.folder()}});
+    return code;
+}
+
+int runCheck(CommandContext& context, const UpgradeArgs& args)
+{
+    int status = ExitStatus::Ok;
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    int code = 0;
+    if (!registerFirst(context, helper, args.registration, &code))
+        return code;
+    QVariantMap info;
+    code = helper->checkSoftwareUpgrade(QString::fromStdString(args.registration.model), info);
+    context.out().answer(QStringLiteral("checkSoftwareUpgrade"), code, info);
+    return code;
+}
+
+// The version to download: --to, or the newest one the check finds.
+bool targetVersion(CommandContext& context, VornNubraHelper* helper, const UpgradeArgs& args, QString* target,
+                   int* code)
+{
+    if (!args.target.empty()) {
+        *target = QString::fromStdString(args.target);
+        return true;
+    }
+    QVariantMap info;
+    *code = helper->checkSoftwareUpgrade(QString::fromStdString(args.registration.model), info);
+    if (*code != NubraCommon::Success) {
+        context.out().answer(QStringLiteral("checkSoftwareUpgrade"), *code, info);
+        return false;
+    }
+    if (!info.value(QStringLiteral("hasUpgrade")).toBool()) {
+        context.out().answer(QStringLiteral("checkSoftwareUpgrade"), *code, info);
+        context.out().note(QStringLiteral("no newer version to download; name one with --to"));
+        return false;
+    }
+    *target = info.value(QStringLiteral("version")).toString();
+    return true;
+}
+
+int runDownload(CommandContext& context, const UpgradeArgs& args)
+{
+    Output& out = context.out();
+    int status = ExitStatus::Ok;
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    int code = 0;
+    if (!registerFirst(context, helper, args.registration, &code))
+        return code;
+    QString target;
+    if (!targetVersion(context, helper, args, &target, &code))
+        return code;
+
+    const QString model = QString::fromStdString(args.registration.model);
+    ProgressBar bar(QStringLiteral("%1 %2").arg(model, target), stderr);
+    qint64 received = 0;
+    qint64 total = 0;
+    bool paused = false;
+    enum class Outcome { Unknown, Success, Fail } outcome = Outcome::Unknown;
+    QObject guard; // context object of this call's connections
+    QObject::connect(helper, &VornNubraHelper::downloadProgress, &guard, [&](qint64 done, qint64 size) {
+        received = done;
+        total = size;
+        bar.update(done, size);
+    });
+    QObject::connect(helper, &VornNubraHelper::downloadSuccess, &guard, [&] { outcome = Outcome::Success; });
+    QObject::connect(helper, &VornNubraHelper::downloadFail, &guard, [&] { outcome = Outcome::Fail; });
+    // Ctrl-C pauses: the partial package stays for the next run to resume.
+    QObject::connect(&InterruptWatcher::instance(), &InterruptWatcher::interrupted, &guard, [&](int, int count) {
+        if (count > 1)
+            ::_exit(ExitStatus::Interrupted);
+        paused = helper->pauseDownloadSoftware() == NubraCommon::Success;
+    });
+    out.note(QStringLiteral("downloading %1 %2 into %3 (Ctrl-C pauses)").arg(model, target, args.registration.folder()));
+    code = helper->startDownloadSoftware(model, target);
+    bar.finish(paused ? QStringLiteral("paused") : outcome == Outcome::Fail ? QStringLiteral("failed") : QString());
+
+    const QString outcomeText = paused ? QStringLiteral("paused")
+        : outcome == Outcome::Success  ? QStringLiteral("downloadSuccess")
+        : outcome == Outcome::Fail     ? QStringLiteral("downloadFail")
+                                       : QStringLiteral("none");
+    out.answer(QStringLiteral("startDownloadSoftware"), code,
+               QVariantMap{{QStringLiteral("modelCode"), model},
+                           {QStringLiteral("version"), target},
+                           {QStringLiteral("bytesReceived"), received},
+                           {QStringLiteral("bytesTotal"), total},
+                           {QStringLiteral("outcome"), outcomeText}});
+    if (code != NubraCommon::Success)
+        return code;
+    if (paused) {
+        out.note(QStringLiteral("paused; run the same command again to resume"));
+        return ExitStatus::Interrupted;
+    }
+    if (outcome == Outcome::Fail) {
+        out.note(QStringLiteral("(startDownloadSoftware returns 0 and reports the outcome as a signal: downloadFail; "
+                                "vorn exits with ResponseFailed)"));
+        return NubraCommon::ResponseFailed;
+    }
+    return NubraCommon::Success;
+}
+
+int runExists(CommandContext& context, const UpgradeArgs& args)
+{
+    int status = ExitStatus::Ok;
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    int code = 0;
+    if (!registerFirst(context, helper, args.registration, &code))
+        return code;
+    QString target;
+    if (!targetVersion(context, helper, args, &target, &code))
+        return code;
+    qint64 received = -1;
+    qint64 total = -1;
+    QObject guard;
+    QObject::connect(helper, &VornNubraHelper::downloadProgress, &guard, [&](qint64 done, qint64 size) {
+        received = done;
+        total = size;
+    });
+    code = helper->checkDownloadSoftwareExist(QString::fromStdString(args.registration.model), target);
+    QVariantMap payload{{QStringLiteral("version"), target}};
+    if (received >= 0) {
+        payload.insert(QStringLiteral("bytesReceived"), received);
+        payload.insert(QStringLiteral("bytesTotal"), total);
+    }
+    context.out().answer(QStringLiteral("checkDownloadSoftwareExist"), code, payload);
+    // PackageExists is the answer asked for, not a failure.
+    return code == NubraCommon::PackageExists ? ExitStatus::Ok : code;
+}
+
+struct DownloadArgs {
+    std::string url;
+    std::string path;
+    double seconds = 300;
+};
+
+// Where the file lands: the path itself, or the URL's file name inside the
+// folder the path names.
+QString destinationOf(const QString& url, const QString& path)
+{
+    if (path.endsWith(QLatin1Char('/')) || QFileInfo(path).isDir())
+        return QDir(path).filePath(QUrl(url).fileName());
+    return QFileInfo(path).absoluteFilePath();
+}
+
+int runFileDownload(CommandContext& context, const DownloadArgs& args)
+{
+    Output& out = context.out();
+    int status = ExitStatus::Ok;
+    VornNubraHelper* helper = context.helper(&status);
+    if (!helper)
+        return status;
+    const QString url = QString::fromStdString(args.url);
+    const QString destination = destinationOf(url, QString::fromStdString(args.path));
+    const QFileInfo before(destination);
+    const QDateTime modifiedBefore = before.exists() ? before.lastModified() : QDateTime();
+
+    // downloadFile reports nothing but its acceptance: progress and errors
+    // come only as the helper's log lines.
+    ProgressBar bar(QFileInfo(destination).fileName(), stderr);
+    int errorCode = -1;
+    HelperLog::setListener([&](const QString& line) {
+        HelperLog::Progress progress;
+        if (HelperLog::parseProgress(line, &progress))
+            bar.update(progress.received, progress.total);
+        const int error = HelperLog::parseError(line);
+        if (error >= 0)
+            errorCode = error;
+    });
+    const int code = helper->downloadFile(url, QString::fromStdString(args.path));
+    QVariantMap payload{{QStringLiteral("url"), url}, {QStringLiteral("path"), destination}};
+    if (code != NubraCommon::Success) {
+        HelperLog::setListener(nullptr);
+        out.answer(QStringLiteral("downloadFile"), code, payload);
+        return code;
+    }
+
+    // The file is complete when it appears (or changes) and no partial file
+    // remains: the client renames the partial file only when all bytes are in.
+    const QString partial = destination + QStringLiteral(".part");
+    const auto complete = [&] {
+        const QFileInfo now(destination);
+        return now.exists() && !QFileInfo::exists(partial) && (!modifiedBefore.isValid() || now.lastModified() != modifiedBefore);
+    };
+    bool interrupted = false;
+    QEventLoop wait;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &wait, [&] {
+        if (complete() || errorCode >= 0)
+            wait.quit();
+    });
+    QObject::connect(&InterruptWatcher::instance(), &InterruptWatcher::interrupted, &wait, [&](int, int) {
+        interrupted = true;
+        wait.quit();
+    });
+    QTimer::singleShot(int(args.seconds * 1000), &wait, &QEventLoop::quit);
+    poll.start(50);
+    wait.exec();
+    HelperLog::setListener(nullptr);
+
+    int result = NubraCommon::Success;
+    if (complete()) {
+        bar.finish(QStringLiteral("done"));
+        payload.insert(QStringLiteral("bytes"), QFileInfo(destination).size());
+    } else if (errorCode >= 0) {
+        bar.finish(QStringLiteral("failed"));
+        payload.insert(QStringLiteral("clientError"), errorCode);
+        result = NubraCommon::TransportError;
+    } else {
+        bar.finish(interrupted ? QStringLiteral("interrupted") : QStringLiteral("still running"));
+        result = NubraCommon::Timeout;
+    }
+    payload.insert(QStringLiteral("outcome"), result == NubraCommon::Success ? QStringLiteral("complete")
+                                              : result == NubraCommon::TransportError
+                                                  ? QStringLiteral("failed (reported in the helper's log)")
+                                                  : QStringLiteral("not complete"));
+    out.answer(QStringLiteral("downloadFile"), result, payload,
+               {{QStringLiteral("accepted"), codeText(code)}});
+    return interrupted ? ExitStatus::Interrupted : result;
+}
+
+} // namespace
+
+void addUpgradeCommands(CLI::App& app, CommandContext& context)
+{
+    CLI::App* upgrade = app.add_subcommand("upgrade", "The automatic-upgrade flow: register, check, download, exists");
+    upgrade->require_subcommand(1);
+
+    auto registerArgs = std::make_shared<UpgradeArgs>();
+    CLI::App* registerCommand =
+        upgrade->add_subcommand("register", "Register model, version and language (setSoftwareAutoUpgrade)");
+    registerArgs->registration.addTo(*registerCommand);
+    registerCommand->callback([&context, registerArgs] {
+        context.action = [&context, registerArgs] { return runRegister(context, *registerArgs); };
+    });
+
+    auto checkArgs = std::make_shared<UpgradeArgs>();
+    CLI::App* check = upgrade->add_subcommand("check", "Register, then ask for a newer version (checkSoftwareUpgrade)");
+    checkArgs->registration.addTo(*check);
+    check->callback([&context, checkArgs] {
+        context.action = [&context, checkArgs] { return runCheck(context, *checkArgs); };
+    });
+
+    auto downloadArgs = std::make_shared<UpgradeArgs>();
+    CLI::App* download = upgrade->add_subcommand(
+        "download", "Register, then download a package with progress (startDownloadSoftware); Ctrl-C pauses");
+    downloadArgs->registration.addTo(*download);
+    download->add_option("--to", downloadArgs->target, "Version to download (default: the newest the check finds)");
+    download->footer("Exit status: 0 downloadSuccess, 6 downloadFail, 130 paused (run again to resume), else the "
+                     "result code.");
+    download->callback([&context, downloadArgs] {
+        context.action = [&context, downloadArgs] { return runDownload(context, *downloadArgs); };
+    });
+
+    auto existsArgs = std::make_shared<UpgradeArgs>();
+    CLI::App* exists = upgrade->add_subcommand(
+        "exists", "Register, then tell how much of a package is on disk (checkDownloadSoftwareExist)");
+    existsArgs->registration.addTo(*exists);
+    exists->add_option("--to", existsArgs->target, "Version of the package (default: the newest the check finds)");
+    exists->callback([&context, existsArgs] {
+        context.action = [&context, existsArgs] { return runExists(context, *existsArgs); };
+    });
+
+    auto fileArgs = std::make_shared<DownloadArgs>();
+    CLI::App* file = app.add_subcommand(
+        "download", "Download a file in the background (downloadFile) and wait until it is complete");
+    file->add_option("url", fileArgs->url, "http(s) URL")->required();
+    file->add_option("path", fileArgs->path, "Destination file, or a folder (ending in /)")->required();
+    file->add_option("-s,--seconds", fileArgs->seconds, "How long to wait for the file")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    file->callback([&context, fileArgs] {
+        context.action = [&context, fileArgs] { return runFileDownload(context, *fileArgs); };
+    });
+}
+
 #else
 void addUpgradeCommands(CLI::App& app, CommandContext& context)
 {

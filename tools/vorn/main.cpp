@@ -4,9 +4,9 @@
 
 #include "CommandContext.h"
 #include "ExitStatus.h"
+#include "HelperLog.h"
 
 #include <CLI/CLI.hpp>
-#include <glog/logging.h>
 
 #include <QCoreApplication>
 
@@ -31,11 +31,7 @@ void configureLogging(bool verbose)
 {
     g_verbose = verbose;
     qInstallMessageHandler(filterMessages);
-    // The helper's leveled log lines are glog INFO records: on stderr with
-    // --verbose, dropped otherwise.
-    FLAGS_logtostderr = true;
-    FLAGS_minloglevel = verbose ? google::GLOG_INFO : google::GLOG_WARNING;
-    google::InitGoogleLogging("vorn");
+    HelperLog::install(verbose);
 }
 
 } // namespace

@@ -1,0 +1,36 @@
+#include "ServiceRequestArgs.h"
+
+#include "ArgumentMaps.h"
+#include "ExitStatus.h"
+#include "Output.h"
+
+#include <CLI/CLI.hpp>
+
+void ServiceRequestArgs::addTo(CLI::App& command, const std::string& catalogueHelp)
+{
+    command.add_option("interface", interface, catalogueHelp)->required();
+    command.add_option("body", body, "Body fields: key=value, key:=json, a JSON object or @file.json");
+    command.add_option("-p,--param", params, "A parameter (same forms); repeatable");
+    command.add_option("-H,--header", headers, "A header (same forms); repeatable");
+    command.add_option("--source", source, "The request's source string")->capture_default_str();
+    command.add_option("--token", token, "User token, sent as the X-Auth-Token header")->envname("VORN_TOKEN");
+}
+
+bool ServiceRequestArgs::parse(Output& out, Maps* maps, int* exitStatus) const
+{
+    const std::pair<const std::vector<std::string>*, QVariantMap*> groups[] = {
+        {&body, &maps->body}, {&params, &maps->params}, {&headers, &maps->headers}};
+    const char* names[] = {"body", "--param", "--header"};
+    for (int i = 0; i < 3; ++i) {
+        const ArgumentMaps::Parsed parsed = ArgumentMaps::parse(*groups[i].first);
+        if (!parsed.ok()) {
+            *exitStatus = out.fail(parsed.fileMissing ? ExitStatus::NoInput : ExitStatus::Usage,
+                                   QStringLiteral("%1: %2").arg(QString::fromLatin1(names[i]), parsed.error));
+            return false;
+        }
+        *groups[i].second = parsed.map;
+    }
+    if (!token.empty() && !maps->headers.contains(QStringLiteral("X-Auth-Token")))
+        maps->headers.insert(QStringLiteral("X-Auth-Token"), QString::fromStdString(token));
+    return true;
+}
