@@ -1,0 +1,199 @@
+// vorn's account, disk, subscribe, upgrade and download commands against a
+// real dev cloud. Each group is compiled when vorn has it.
+
+#include "VornProcess.h"
+
+#include <DevCloudAdmin.h>
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QUrl>
+#include <QUuid>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+[[maybe_unused]] QJsonObject jsonOf(const VornRun& run) { return QJsonDocument::fromJson(run.out.toUtf8()).object(); }
+
+[[maybe_unused]] std::string describe(const VornRun& run)
+{
+    return QStringLiteral("exit %1\n--- stdout\n%2--- stderr\n%3").arg(run.exitStatus).arg(run.out, run.err).toStdString();
+}
+
+// The shared dev cloud's address, from the configuration the fixture wrote.
+[[maybe_unused]] QString sharedCloudUrl()
+{
+    QFile file(qEnvironmentVariable("NUBRA_CONFIG"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll()).object().value("baseUrl").toString();
+}
+
+[[maybe_unused]] QString signIn()
+{
+    const VornRun run = runVorn({"--json", "login", "demo@vorn.example", "scan3d!"});
+    return jsonOf(run).value("result").toObject().value("token").toString();
+}
+
+} // namespace
+
+#if VORN_CLI_ACCOUNT
+
+TEST(VornAccount, requestsByNameGiveTheirCodes)
+{
+    struct Case {
+        const char* name;
+        QStringList args;
+        int exitStatus;
+    };
+    const QList<Case> cases{
+        {"captcha", {"account", "Captcha"}, 0},
+        {"countries by request name", {"account", "fetchCountries"}, 0},
+        {"privacy view with a parameter", {"account", "FactoryPrivacyView", "--param", "lang=de"}, 0},
+        {"wrong password", {"account", "UserLogin", "account=demo@vorn.example", "password=wrong"}, 6},
+        {"unknown name", {"account", "NoSuchRequest"}, 4},
+        {"value outside the catalogue", {"account", "2"}, 4},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const VornRun run = runVorn(QStringList{"--json"} + c.args);
+        EXPECT_EQ(run.exitStatus, c.exitStatus) << describe(run);
+        const QJsonObject answer = jsonOf(run);
+        EXPECT_EQ(answer.contains("error") ? answer.value("exitStatus").toInt() : answer.value("code").toInt(),
+                  c.exitStatus)
+            << describe(run);
+    }
+    const QJsonObject captcha = jsonOf(runVorn({"--json", "account", "Captcha"})).value("result").toObject();
+    EXPECT_FALSE(captcha.value("result").toObject().value("image").toString().isEmpty());
+}
+
+TEST(VornDisk, spacesNeedTheTokenAndUploadsReportProgress)
+{
+    const QString token = signIn();
+    ASSERT_FALSE(token.isEmpty());
+
+    const VornRun spaces = runVorn({"--json", "disk", "FetchFrontSpace", "--token", token});
+    EXPECT_EQ(spaces.exitStatus, 0) << describe(spaces);
+    EXPECT_FALSE(jsonOf(spaces).value("result").toObject().value("result").toObject().value("spaces").toArray().isEmpty());
+    const VornRun anonymous = runVorn({"disk", "FetchFrontSpace"}, {{"VORN_TOKEN", ""}});
+    EXPECT_EQ(anonymous.exitStatus, 6) << describe(anonymous);
+
+    QTemporaryDir dir;
+    const QString file = dir.filePath("vorn-upload-test.bin");
+    QFile out(file);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    const QByteArray content = QUuid::createUuid().toByteArray().repeated(40000); // unique bytes, about 1.5 MB
+    out.write(content);
+    out.close();
+
+    const VornRun upload = runVorn({"--json", "upload", file, "--token", token});
+    ASSERT_EQ(upload.exitStatus, 0) << describe(upload);
+    const QJsonObject result = jsonOf(upload).value("result").toObject();
+    EXPECT_EQ(result.value("uploaded").toInt(), 1) << describe(upload);
+    EXPECT_EQ(result.value("bytesTotal").toDouble(), double(content.size()));
+    // Not a terminal: plain progress lines on stderr, the last one at 100%.
+    EXPECT_TRUE(upload.err.contains("upload 100%")) << describe(upload);
+    EXPECT_FALSE(upload.err.contains('\r')) << describe(upload);
+
+    const VornRun missing = runVorn({"upload", dir.filePath("none.bin"), "--token", token});
+    EXPECT_EQ(missing.exitStatus, 66) << describe(missing);
+}
+
+#endif
+
+#if VORN_CLI_SUBSCRIBE
+
+TEST(VornSubscribe, printsThePublishedMessageAndStopsAtTheCount)
+{
+    const QString token = signIn();
+    ASSERT_FALSE(token.isEmpty());
+    const QString topic = QStringLiteral("vorn-test/%1/status").arg(QUuid::createUuid().toString(QUuid::Id128));
+
+    QProcess subscriber;
+    subscriber.start(vornBinary(), {"--json", "subscribe", topic, "--count", "1", "--seconds", "20", "--settle", "1000",
+                                    "--token", token});
+    ASSERT_TRUE(subscriber.waitForStarted(10000));
+
+    // Publish until the subscriber has its message: it may still be
+    // subscribing when the first one goes out (QoS 0, not kept).
+    DevCloudAdmin admin(sharedCloudUrl());
+    const QJsonObject payload{{"state", "idle"}, {"n", 7}};
+    QDeadlineTimer deadline(20000);
+    while (subscriber.state() != QProcess::NotRunning && !deadline.hasExpired()) {
+        QString error;
+        admin.call("POST", "/devcloud/publish", QJsonDocument(QJsonObject{{"topic", topic}, {"payload", payload}}),
+                   &error);
+        ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+        subscriber.waitForFinished(500);
+    }
+    ASSERT_EQ(subscriber.state(), QProcess::NotRunning);
+    const QByteArray out = subscriber.readAllStandardOutput();
+    EXPECT_EQ(subscriber.exitCode(), 0) << out.toStdString() << subscriber.readAllStandardError().toStdString();
+    const QJsonObject answer = QJsonDocument::fromJson(out).object();
+    const QJsonArray messages = answer.value("result").toObject().value("messages").toArray();
+    ASSERT_EQ(messages.size(), 1) << out.toStdString();
+    EXPECT_EQ(messages.at(0).toObject().value("topic").toString(), topic);
+    EXPECT_EQ(messages.at(0).toObject().value("data").toObject(), payload);
+}
+
+TEST(VornSubscribe, tooFewMessagesEndsWithTimeout)
+{
+    const QString token = signIn();
+    const VornRun run = runVorn({"--json", "subscribe", "vorn-test/silent", "--count", "1", "--seconds", "2",
+                                 "--token", token});
+    EXPECT_EQ(run.exitStatus, 1) << describe(run);
+    EXPECT_EQ(jsonOf(run).value("received").toInt(-1), 0) << describe(run);
+}
+
+#endif
+
+#if VORN_CLI_UPGRADE
+
+TEST(VornUpgrade, checkDownloadAndExistsAgainstTheCatalogue)
+{
+    QTemporaryDir dir;
+    const QStringList registration{"--model", "VS-300 Pro", "--version", "2.0.0", "--dir", dir.path()};
+
+    const VornRun check = runVorn(QStringList{"--json", "upgrade", "check"} + registration);
+    ASSERT_EQ(check.exitStatus, 0) << describe(check);
+    const QJsonObject info = jsonOf(check).value("result").toObject();
+    ASSERT_TRUE(info.value("hasUpgrade").toBool()) << describe(check);
+    EXPECT_EQ(info.value("currentVersion").toString(), "2.0.0") << describe(check);
+
+    const VornRun download = runVorn(QStringList{"--json", "upgrade", "download", "--to", "2.1.0"} + registration);
+    ASSERT_EQ(download.exitStatus, 0) << describe(download);
+    const QJsonObject result = jsonOf(download).value("result").toObject();
+    EXPECT_EQ(result.value("outcome").toString(), "downloadSuccess");
+    EXPECT_EQ(result.value("bytesReceived").toDouble(), result.value("bytesTotal").toDouble());
+    EXPECT_EQ(QFileInfo(dir.filePath("VS-300_Pro-2.1.0.vpkg")).size(), qint64(result.value("bytesTotal").toDouble()));
+
+    const VornRun exists = runVorn(QStringList{"--json", "upgrade", "exists", "--to", "2.1.0"} + registration);
+    EXPECT_EQ(exists.exitStatus, 0) << describe(exists);
+    EXPECT_EQ(jsonOf(exists).value("code").toInt(), 12) << describe(exists);
+
+    const VornRun unknownModel = runVorn({"upgrade", "check", "--model", "VS-999", "--version", "1.0.0", "--dir", dir.path()});
+    EXPECT_NE(unknownModel.exitStatus, 0) << describe(unknownModel);
+}
+
+TEST(VornDownload, fileArrivesOrTheFailureIsReported)
+{
+    QTemporaryDir dir;
+    const QString base = sharedCloudUrl();
+    const VornRun good = runVorn({"--json", "download", base + "/files/scanner-manual.pdf", dir.path() + "/"});
+    ASSERT_EQ(good.exitStatus, 0) << describe(good);
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("scanner-manual.pdf")));
+    EXPECT_EQ(jsonOf(good).value("result").toObject().value("bytes").toInt(), QFileInfo(dir.filePath("scanner-manual.pdf")).size());
+
+    const VornRun missing = runVorn({"download", base + "/files/no-such-file.bin", dir.filePath("x.bin"), "--seconds", "20"});
+    EXPECT_EQ(missing.exitStatus, 7) << describe(missing);
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("x.bin")));
+}
+
+#endif
