@@ -27,5 +27,6 @@ struct ServiceContext {
 // One function per service, each in its own file.
 void registerGeneralService(ServiceContext& context);
 void registerAccountService(ServiceContext& context);
+void registerDiskService(ServiceContext& context);
 
 } // namespace devcloud
