@@ -155,8 +155,8 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
                 return;
             // Inserting lookup: an answer without "status" reaches the
             // caller with an empty "status" entry.
-            const QVariant& status = copy[QStringLiteral("status")];
-            if (status.toString() != QLatin1String("success"))
+            const QVariant& answerStatus = copy[QStringLiteral("status")];
+            if (answerStatus.toString() != QLatin1String("success"))
                 qDebug() << "VornCloudDiskRequest finished error " << copy;
             result = copy;
             loop->quit();
