@@ -307,18 +307,22 @@ TEST(CloudDiskE2E, refusedUploadsReportPerFileErrors)
     struct Row {
         const char* what;
         QVariantMap tokenBody;
+        QVariantMap queueParams;
         const char* serverCode;
     };
+    const qint64 sandbox = spaceNamed(token, "Sandbox");
     const Row rows[] = {
-        {"expired token", {{"ttl", 0}}, "tokenExpired"},
-        {"over quota", {{"spaceId", spaceNamed(token, "Sandbox")}}, "overQuota"},
+        {"expired token", {{"ttl", 0}}, {}, "tokenExpired"},
+        {"over quota", {{"spaceId", sandbox}}, {}, "overQuota"},
+        {"token for another space", {}, {{"spaceId", sandbox}}, "wrongSpace"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         QVariantMap queued;
-        helper()->VornCloudDiskRequest(VornCloudDiskInterface::UploadCloudSpaceFile, queued, {},
-                                       {{"files", QStringList{file}}, {"uploadToken", uploadToken(token, row.tokenBody)}},
-                                       {}, {});
+        QVariantMap params = row.queueParams;
+        params.insert("files", QStringList{file});
+        params.insert("uploadToken", uploadToken(token, row.tokenBody));
+        helper()->VornCloudDiskRequest(VornCloudDiskInterface::UploadCloudSpaceFile, queued, {}, params, {}, {});
         ASSERT_EQ(statusOf(queued), "success");
         // The building overload lets us see the per-file error event.
         QStringList failedItems;

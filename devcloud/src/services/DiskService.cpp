@@ -267,6 +267,12 @@ void checkCloudSpaceFile(ServiceContext& context, ApiCall& call)
         replyFailure(call, grant.httpStatus, grant.code, grant.message);
         return;
     }
+    const qint64 expectedSpace = integerArg(call.arg(QStringLiteral("spaceId")), -1);
+    if (expectedSpace >= 0 && expectedSpace != grant.spaceId) {
+        replyFailure(call, 403, QStringLiteral("wrongSpace"),
+                     QStringLiteral("the upload token is for space %1, not %2").arg(grant.spaceId).arg(expectedSpace));
+        return;
+    }
     const qint64 size = integerArg(call.arg(QStringLiteral("size")), -1);
     const QString sha = call.arg(QStringLiteral("sha256")).toString().toLower();
     if (size < 0 || sha.size() != 64) {
@@ -324,6 +330,17 @@ void upload(ServiceContext& context, const httplib::Request& request, httplib::R
         drain(reader);
         writeJson(response, grant.httpStatus, failure(grant.code, grant.message));
         return;
+    }
+    if (request.has_param("spaceId")) {
+        const qint64 expectedSpace = QByteArray::fromStdString(request.get_param_value("spaceId")).toLongLong();
+        if (expectedSpace != grant.spaceId) {
+            drain(reader);
+            writeJson(response, 403,
+                      failure(QStringLiteral("wrongSpace"), QStringLiteral("the upload token is for space %1, not %2")
+                                                                .arg(grant.spaceId)
+                                                                .arg(expectedSpace)));
+            return;
+        }
     }
     const QString name = safeFileName(request.get_param_value("name"));
     const QString expectedSha = QString::fromStdString(request.get_header_value("X-Content-Sha256")).toLower();
