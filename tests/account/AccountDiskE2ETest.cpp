@@ -11,6 +11,7 @@
 #include <QDateTime>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QUuid>
 #include <QtEndian>
 
 #include <gtest/gtest.h>
@@ -72,7 +73,8 @@ qint64 spaceNamed(const QString& token, const QString& name)
     return -1;
 }
 
-QString writeFile(const QTemporaryDir& dir, const QString& name, qint64 size, char seed)
+// A file of a pattern; unique content (a fresh UUID first) unless fixed.
+QString writeFile(const QTemporaryDir& dir, const QString& name, qint64 size, char seed, bool unique = true)
 {
     const QString path = dir.filePath(name);
     QFile file(path);
@@ -80,6 +82,8 @@ QString writeFile(const QTemporaryDir& dir, const QString& name, qint64 size, ch
     QByteArray chunk(64 * 1024, seed);
     for (int i = 0; i < chunk.size(); i += 7)
         chunk[i] = char(i * 31 + seed);
+    if (unique)
+        chunk.replace(0, 16, QUuid::createUuid().toRfc4122());
     for (qint64 written = 0; written < size; written += chunk.size())
         file.write(chunk.constData(), qMin<qint64>(chunk.size(), size - written));
     return path;
@@ -281,7 +285,7 @@ TEST(CloudDiskE2E, smallUploadWithProgressThenSkip)
     const QString token = signIn();
     const QString upload = uploadToken(token, {{"spaceId", spaceNamed(token, "Shared Scans")}});
     const QStringList files{writeFile(dir, "a.vscan", 3 * 1024 * 1024 + 17, 'a'),
-                            writeFile(dir, "b.vscan", 1024 * 1024, char(QDateTime::currentMSecsSinceEpoch() & 0x7F))};
+                            writeFile(dir, "b.vscan", 1024 * 1024, 'b')};
     QSignalSpy progress(helper(), &VornNubraHelper::uploadProgress);
     const QVariantMap first = uploadFiles(files, upload);
     ASSERT_EQ(statusOf(first), "success") << first.value("message").toString().toStdString();
@@ -293,10 +297,25 @@ TEST(CloudDiskE2E, smallUploadWithProgressThenSkip)
     for (int i = 1; i < progress.size(); ++i)
         EXPECT_GE(progress[i].at(0).toLongLong(), progress[i - 1].at(0).toLongLong());
 
-    const QVariantMap second = uploadFiles(files, upload);
+    for (const QVariant& entry : resultOf(first).value("files").toList())
+        EXPECT_EQ(entry.toMap().value("status").toString(), "uploaded");
+
+    // Same files again: skipped. A file of the same size as one stored but
+    // other bytes: digest first, then sent anyway.
+    const QString twin = writeFile(dir, "a-twin.vscan", 3 * 1024 * 1024 + 17, 'a');
+    const QVariantMap second = uploadFiles(files + QStringList{twin}, upload);
     ASSERT_EQ(statusOf(second), "success");
     EXPECT_EQ(resultOf(second).value("skipped").toInt(), 2);
-    EXPECT_EQ(resultOf(second).value("bytesSent").toLongLong(), 0);
+    EXPECT_EQ(resultOf(second).value("uploaded").toInt(), 1);
+    EXPECT_EQ(resultOf(second).value("bytesSent").toLongLong(), 3 * 1024 * 1024 + 17);
+    const QVariantList entries = resultOf(second).value("files").toList();
+    ASSERT_EQ(entries.size(), 3);
+    EXPECT_EQ(entries[2].toMap().value("status").toString(), "uploaded");
+    EXPECT_NE(entries[2].toMap().value("sha256"), entries[0].toMap().value("sha256"));
+    EXPECT_EQ(entries[2].toMap().value("sha256").toString(),
+              QString::fromLatin1(QCryptographicHash::hash(
+                                      [&] { QFile f(twin); f.open(QIODevice::ReadOnly); return f.readAll(); }(),
+                                      QCryptographicHash::Sha256).toHex()));
 }
 
 TEST(CloudDiskE2E, refusedUploadsReportPerFileErrors)

@@ -7,7 +7,8 @@
 // the bytes received. Blobs are stored once per content under
 // DATA/disk/blobs/<sha256>; every upload adds a file entry to the token's
 // space. "checkCloudSpaceFile" answers whether a space already holds a file
-// of a given size and SHA-256, so that clients can skip the upload.
+// of a given size and SHA-256 (or, without a digest, how many files of that
+// size it holds), so that clients can skip the upload.
 
 #include "Services.h"
 
@@ -275,15 +276,29 @@ void checkCloudSpaceFile(ServiceContext& context, ApiCall& call)
     }
     const qint64 size = integerArg(call.arg(QStringLiteral("size")), -1);
     const QString sha = call.arg(QStringLiteral("sha256")).toString().toLower();
-    if (size < 0 || sha.size() != 64) {
+    if (size < 0 || (!sha.isEmpty() && sha.size() != 64)) {
         replyFailure(call, 400, QStringLiteral("badRequest"),
-                     QStringLiteral("\"size\" (bytes) and \"sha256\" (64 hex digits) are required"));
+                     QStringLiteral("\"size\" (bytes) is required; \"sha256\", when given, has 64 hex digits"));
+        return;
+    }
+    // Without a digest only the size can be compared: a client that hears
+    // "no file of that size" may send at once and hash while sending.
+    const qint64 sameSize =
+        context.store
+            .scalar(QStringLiteral("SELECT COUNT(*) FROM disk_files WHERE space_id = ?1 AND size = ?2"),
+                    {grant.spaceId, size})
+            .toLongLong();
+    if (sha.isEmpty()) {
+        replySuccess(call, QJsonObject{{QStringLiteral("exists"), false},
+                                       {QStringLiteral("sameSize"), sameSize},
+                                       {QStringLiteral("space"), *spaceInfo(context.store, grant.spaceId)}});
         return;
     }
     const QVariant fileId = context.store.scalar(
         QStringLiteral("SELECT id FROM disk_files WHERE space_id = ?1 AND size = ?2 AND sha256 = ?3 LIMIT 1"),
         {grant.spaceId, size, sha});
     QJsonObject result{{QStringLiteral("exists"), fileId.isValid()},
+                       {QStringLiteral("sameSize"), sameSize},
                        {QStringLiteral("space"), *spaceInfo(context.store, grant.spaceId)}};
     if (fileId.isValid())
         result.insert(QStringLiteral("fileId"), fileId.toLongLong());

@@ -9,7 +9,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
+#include <QFileInfo>
 #include <QUrlQuery>
+
+#include <openssl/evp.h>
 
 namespace Nubra {
 
@@ -65,6 +68,20 @@ void UploadQueueReply::nextItem()
         return;
     }
     m_sha256.clear();
+    UploadItem& item = m_batch[m_index];
+    const QFileInfo info(item.path);
+    if (!info.isFile()) {
+        itemDone(Outcome::Failed, {}, Error::FileOpenFailed, QStringLiteral("file %1 is gone").arg(item.path));
+        return;
+    }
+    // The file may have changed since it was queued: upload what is there now.
+    m_bytesTotal += info.size() - item.size;
+    item.size = info.size();
+    checkExists(false);
+}
+
+void UploadQueueReply::hashFirst()
+{
     auto* hasher = new FileHasher(m_batch[m_index].path, this);
     m_hasher = hasher;
     connect(hasher, &FileHasher::hashed, this, &UploadQueueReply::hashed);
@@ -78,11 +95,10 @@ void UploadQueueReply::hashed(const QString& sha256, qint64 size)
     if (m_hasher)
         m_hasher->deleteLater();
     UploadItem& item = m_batch[m_index];
-    // The file may have changed since it was queued: upload what is there now.
     m_bytesTotal += size - item.size;
     item.size = size;
     m_sha256 = sha256;
-    checkExists();
+    checkExists(true);
 }
 
 CurlTransfer* UploadQueueReply::newTransfer(const QUrl& url, const QByteArray& method)
@@ -105,14 +121,17 @@ CurlTransfer* UploadQueueReply::newTransfer(const QUrl& url, const QByteArray& m
     return transfer;
 }
 
-void UploadQueueReply::checkExists()
+void UploadQueueReply::checkExists(bool withDigest)
 {
     const UploadItem& item = m_batch[m_index];
+    m_askedWithDigest = withDigest;
     const QVariantMap disk = m_context.config->section(QStringLiteral("disk"));
     QString path = kDefaultExistsPath;
     if (const auto route = m_context.config->route(disk.value(QStringLiteral("existsRequest")).toString()))
         path = route->path;
-    QJsonObject body{{QStringLiteral("size"), item.size}, {QStringLiteral("sha256"), m_sha256}};
+    QJsonObject body{{QStringLiteral("size"), item.size}};
+    if (withDigest)
+        body.insert(QStringLiteral("sha256"), m_sha256);
     if (item.spaceId >= 0)
         body.insert(QStringLiteral("spaceId"), item.spaceId);
 
@@ -165,7 +184,13 @@ void UploadQueueReply::existsAnswered(int curlCode)
         itemDone(Outcome::Failed, details, code, message);
         return;
     }
-    if (result.value(QStringLiteral("exists")).toBool()) {
+    if (!m_askedWithDigest && result.value(QStringLiteral("sameSize")).toLongLong() > 0) {
+        // A file of that size is there: only the digest can tell.
+        m_transfer->deleteLater();
+        hashFirst();
+        return;
+    }
+    if (m_askedWithDigest && result.value(QStringLiteral("exists")).toBool()) {
         details.insert(QStringLiteral("fileId"), result.value(QStringLiteral("fileId")));
         details.insert(QStringLiteral("spaceId"), result.value(QStringLiteral("space")).toMap().value(QStringLiteral("spaceId")));
         itemDone(Outcome::Skipped, details);
@@ -195,13 +220,25 @@ void UploadQueueReply::sendFile()
 
     CurlTransfer* transfer = newTransfer(url, "PUT");
     transfer->addHeader("Content-Type", "application/octet-stream");
-    transfer->addHeader("X-Content-Sha256", m_sha256.toLatin1());
+    if (!m_sha256.isEmpty())
+        transfer->addHeader("X-Content-Sha256", m_sha256.toLatin1());
     // Straight from disk into curl's buffer: the file is never held whole.
+    // Without a digest yet, it is computed from the same bytes on the way.
     QFile* file = m_file.get();
+    evp_md_ctx_st* hash = nullptr;
+    if (m_sha256.isEmpty()) {
+        m_streamHash = EVP_MD_CTX_new();
+        EVP_DigestInit_ex(m_streamHash, EVP_sha256(), nullptr);
+        hash = m_streamHash;
+    }
     transfer->setBodySource(
-        [file](char* buffer, size_t size) -> size_t {
+        [file, hash](char* buffer, size_t size) -> size_t {
             const qint64 n = file->read(buffer, qint64(size));
-            return n < 0 ? size_t(CURL_READFUNC_ABORT) : size_t(n);
+            if (n < 0)
+                return size_t(CURL_READFUNC_ABORT);
+            if (hash)
+                EVP_DigestUpdate(hash, buffer, size_t(n));
+            return size_t(n);
         },
         item.size);
     connect(transfer, &CurlTransfer::progress, this,
@@ -221,6 +258,12 @@ void UploadQueueReply::sendCompleted(int curlCode)
         return;
     }
     m_bytesSent += m_batch[m_index].size;
+    if (m_streamHash) {
+        unsigned char digest[EVP_MAX_MD_SIZE];
+        unsigned int length = 0;
+        EVP_DigestFinal_ex(m_streamHash, digest, &length);
+        m_sha256 = QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(digest), int(length)).toHex());
+    }
     if (result.value(QStringLiteral("sha256")).toString() != m_sha256 ||
         result.value(QStringLiteral("size")).toLongLong() != m_batch[m_index].size) {
         itemDone(Outcome::Failed, result, Error::IntegrityCheckFailed,
@@ -320,6 +363,10 @@ void UploadQueueReply::stopWork()
         m_transfer = nullptr;
     }
     m_file.reset();
+    if (m_streamHash) {
+        EVP_MD_CTX_free(m_streamHash);
+        m_streamHash = nullptr;
+    }
 }
 
 int UploadQueueReply::cancelForClear()

@@ -12,15 +12,20 @@
 #include <deque>
 #include <memory>
 
+struct evp_md_ctx_st;
+
 namespace Nubra {
 
 class CurlTransfer;
 class FileHasher;
 
 // Reply of "startUpload:start": uploads a batch of queued files one after
-// the other. For each file: SHA-256 from disk, ask the server whether the
-// target space already holds a file of that size and digest (then it is
-// skipped), else stream it from disk.
+// the other. For each file the server is asked first whether the target
+// space holds files of the same size. If none, the file is streamed from
+// disk at once and hashed on the way. If some, its SHA-256 is computed from
+// disk first and the server asked again with size and digest: a file it
+// already holds is skipped, any other streamed as before. Either way the
+// size and SHA-256 the server reports for the stored bytes must match ours.
 //
 // - uploadProgress(sent, total) covers the whole batch: total is the sum of
 //   the file sizes; a skipped file counts as sent. The last report before
@@ -54,8 +59,9 @@ private:
     enum class Outcome { Uploaded, Skipped, Failed, Cancelled };
 
     void nextItem();
+    void hashFirst();
     void hashed(const QString& sha256, qint64 size);
-    void checkExists();
+    void checkExists(bool withDigest);
     void existsAnswered(int curlCode);
     void sendFile();
     void sendCompleted(int curlCode);
@@ -72,7 +78,9 @@ private:
     std::shared_ptr<Queue> m_queue;
     int m_stallSeconds;
     size_t m_index = 0;
-    QString m_sha256;
+    QString m_sha256;          // empty until known (before or while sending)
+    bool m_askedWithDigest = false;
+    evp_md_ctx_st* m_streamHash = nullptr; // hashes the bytes as curl reads them
     qint64 m_bytesTotal = 0;
     qint64 m_bytesDone = 0;   // files finished, skipped or dropped
     qint64 m_bytesSent = 0;   // bytes that really went over the wire
