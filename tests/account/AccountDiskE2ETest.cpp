@@ -10,11 +10,14 @@
 #include <QFile>
 #include <QDateTime>
 #include <QSignalSpy>
+#include <QTest>
 #include <QTemporaryDir>
 #include <QUuid>
 #include <QtEndian>
 
 #include <gtest/gtest.h>
+
+#include <functional>
 
 using NubraCommon::VornCloudDiskInterface;
 using NubraCommon::VornUserAccountInterface;
@@ -386,4 +389,107 @@ TEST(CloudDiskE2E, queueValidationAndRemoveAll)
     helper()->VornCloudDiskRequest(VornCloudDiskInterface::StartUploadStart, started, {}, {}, {}, {});
     EXPECT_EQ(statusOf(started), "success");
     EXPECT_TRUE(resultOf(started).value("files").toList().isEmpty());
+}
+
+namespace {
+
+// Drives the upload queue on a manager of our own, to reach the reply's
+// stop() and to act in the middle of a batch.
+struct QueueClient {
+    Nubra::Manager manager;
+
+    QueueClient()
+    {
+        QSignalSpy loaded(manager.setConfigPath(qEnvironmentVariable("NUBRA_CONFIG"), {}), &Nubra::Reply::finished);
+        EXPECT_TRUE(loaded.wait(5000));
+    }
+    QVariantMap run(const QString& name, const QVariantMap& record)
+    {
+        Nubra::Reply* reply = manager.request(name, record, {});
+        QSignalSpy done(reply, &Nubra::Reply::finished);
+        EXPECT_TRUE(done.wait(60000));
+        reply->deleteLater();
+        return done.value(0).value(0).toMap();
+    }
+    // Starts the queue and calls act() once, on the first progress report.
+    QVariantMap startAndAct(const std::function<void(Nubra::Reply*)>& act)
+    {
+        Nubra::Reply* reply = manager.request("startUpload:start", {}, {});
+        bool acted = false;
+        QObject::connect(reply, &Nubra::Reply::uploadProgress, reply, [&, reply](qint64, qint64) {
+            if (!acted) {
+                acted = true;
+                act(reply);
+            }
+        });
+        QSignalSpy done(reply, &Nubra::Reply::finished);
+        EXPECT_TRUE(done.wait(60000));
+        EXPECT_TRUE(acted);
+        reply->deleteLater();
+        return done.value(0).value(0).toMap();
+    }
+};
+
+bool incomingIsEmpty()
+{
+    const QDir incoming(QFileInfo(qEnvironmentVariable("NUBRA_CONFIG")).dir().filePath("data/disk/incoming"));
+    return incoming.entryList(QDir::Files).isEmpty();
+}
+
+} // namespace
+
+TEST(UploadQueueE2E, stopRequeuesTheUnfinishedFiles)
+{
+    QTemporaryDir dir;
+    const QString upload = uploadToken(signIn(), {});
+    const QString big = writeFile(dir, "big.vscan", 64 * 1024 * 1024 + 3, 'B');
+    const QString small = writeFile(dir, "small.vscan", 1500, 's');
+    QueueClient client;
+    client.run("UploadCloudSpaceFile", {{"params", QVariantMap{{"files", QStringList{big, small}}, {"uploadToken", upload}}}});
+
+    const QVariantMap stopped = client.startAndAct([](Nubra::Reply* reply) { reply->stop(); });
+    EXPECT_EQ(statusOf(stopped), "stopped");
+    EXPECT_EQ(resultOf(stopped).value("remaining").toList(), (QVariantList{big, small}));
+
+    // The paused files are queued again, in their order.
+    const QVariantMap resumed = client.run("startUpload:start", {});
+    ASSERT_EQ(statusOf(resumed), "success") << resumed.value("message").toString().toStdString();
+    const QVariantList files = resultOf(resumed).value("files").toList();
+    ASSERT_EQ(files.size(), 2);
+    EXPECT_EQ(files[0].toMap().value("path").toString(), big);
+    // The big file may have been complete on the server when the stop came.
+    EXPECT_TRUE(QStringList({"uploaded", "skipped"}).contains(files[0].toMap().value("status").toString()));
+    EXPECT_EQ(files[1].toMap().value("status").toString(), "uploaded");
+}
+
+TEST(UploadQueueE2E, removeAllCancelsARunningBatchAndLeavesNoPartialFile)
+{
+    QTemporaryDir dir;
+    const QString upload = uploadToken(signIn(), {});
+    const QString big = writeFile(dir, "cancelled.vscan", 96 * 1024 * 1024 + 5, 'C');
+    QueueClient client;
+    client.run("UploadCloudSpaceFile", {{"params", QVariantMap{{"files", QStringList{big, big}}, {"uploadToken", upload}}}});
+
+    QVariantMap removed;
+    const QVariantMap cancelled = client.startAndAct([&](Nubra::Reply*) {
+        Nubra::Reply* clear = client.manager.request("startUpload:removeAll", {}, {});
+        QObject::connect(clear, &Nubra::Reply::finished, clear, [&removed, clear](const QVariantMap& map) {
+            removed = map;
+            clear->deleteLater();
+        });
+    });
+    EXPECT_EQ(statusOf(cancelled), "failure");
+    EXPECT_EQ(cancelled.value("errorCode").toInt(), int(Nubra::Error::Cancelled));
+    EXPECT_EQ(cancelled.value("message").toString(), "upload queue cleared");
+    for (int i = 0; i < 250 && removed.isEmpty(); ++i)
+        QTest::qWait(20);
+    EXPECT_TRUE(resultOf(removed).value("cancelled").toBool());
+    EXPECT_EQ(resultOf(removed).value("removed").toInt(), 2);
+
+    // Nothing is left queued, and the server dropped the partial body.
+    const QVariantMap after = client.run("startUpload:start", {});
+    EXPECT_TRUE(resultOf(after).value("files").toList().isEmpty());
+    for (int i = 0; i < 250 && !incomingIsEmpty(); ++i)
+        QTest::qWait(20);
+    EXPECT_TRUE(incomingIsEmpty());
 }
