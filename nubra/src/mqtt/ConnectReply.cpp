@@ -167,9 +167,13 @@ void ConnectReply::acknowledged(int mid, const QList<int>& granted)
 
 void ConnectReply::messageArrived(const QString& topic, const QByteArray& payload)
 {
+    QPointer<ConnectReply> self(this);
     QVariantMap data;
     bool decoded = false;
-    for (const auto& subscription : liveSubscriptions()) {
+    // Usually one subscription: index loop over guarded pointers instead of
+    // a copied list per message; a receiver may add or remove some.
+    for (int i = 0; i < m_subscriptions.size(); ++i) {
+        const QPointer<SubscribeReply> subscription = m_subscriptions.at(i);
         if (!subscription || !subscription->matches(topic))
             continue;
         if (!decoded) {
@@ -177,6 +181,8 @@ void ConnectReply::messageArrived(const QString& topic, const QByteArray& payloa
             decoded = true;
         }
         subscription->deliver(topic, data);
+        if (!self)
+            return;
     }
 }
 

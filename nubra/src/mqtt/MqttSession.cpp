@@ -10,7 +10,6 @@
 
 #include <mosquitto.h>
 #include <openssl/ssl.h>
-#include <sys/ioctl.h>
 
 #include <mutex>
 
@@ -233,11 +232,16 @@ void MqttSession::readReady()
 {
     if (m_state != State::Connecting && m_state != State::Connected)
         return;
+    // Keep reading while whole packets come out; a call that completes no
+    // packet (partial data or none left) ends the turn, and the level-
+    // triggered notifier brings us back when more bytes arrive.
     int rounds = 0;
     int rc = MOSQ_ERR_SUCCESS;
+    size_t before = 0;
     do {
+        before = m_events.size();
         rc = mosquitto_loop_read(m_mosq, 1);
-    } while (rc == MOSQ_ERR_SUCCESS && ++rounds < kMaxReadsPerTurn && moreToRead());
+    } while (rc == MOSQ_ERR_SUCCESS && ++rounds < kMaxReadsPerTurn && (m_events.size() > before || moreTlsData()));
     if (!dispatchEvents())
         return;
     if (rc != MOSQ_ERR_SUCCESS) {
@@ -402,16 +406,11 @@ void MqttSession::updateWriteInterest()
         m_writeNotifier->setEnabled(m_mosq && mosquitto_want_write(m_mosq));
 }
 
-bool MqttSession::moreToRead() const
+bool MqttSession::moreTlsData() const
 {
-    const int fd = mosquitto_socket(m_mosq);
-    if (fd < 0)
-        return false;
-    if (auto* ssl = static_cast<SSL*>(mosquitto_ssl_get(m_mosq)))
-        if (SSL_pending(ssl) > 0)
-            return true;
-    int available = 0;
-    return ioctl(fd, FIONREAD, &available) == 0 && available > 0;
+    // Bytes already decrypted inside OpenSSL never wake the socket notifier.
+    auto* ssl = static_cast<SSL*>(mosquitto_ssl_get(m_mosq));
+    return ssl && SSL_pending(ssl) > 0;
 }
 
 } // namespace Nubra

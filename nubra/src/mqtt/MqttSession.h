@@ -104,7 +104,7 @@ private:
     void createNotifiers();
     void removeNotifiers();
     void updateWriteInterest();
-    bool moreToRead() const;
+    bool moreTlsData() const;
 
     MqttSettings m_settings;
     Credentials m_credentials;
