@@ -1,6 +1,7 @@
 #include "DevCloud.h"
 
 #include "Seed.h"
+#include "services/MessageService.h"
 #include "services/Services.h"
 
 #include <QDir>
@@ -87,6 +88,7 @@ bool DevCloud::setUp(QString* error)
     registerGeneralService(*m_context);
     registerAccountService(*m_context);
     registerDiskService(*m_context);
+    m_messages = registerMessageService(*m_context);
 
     m_server.Get("/devcloud/health", [](const httplib::Request&, httplib::Response& response) {
         writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")}});
