@@ -99,7 +99,7 @@ VornNubraHelperRespWatcher VornNubraHelper::VornCloudDiskRequest(NubraCommon::Vo
     auto maker = [helper, iface](Nubra::Manager* manager, const QVariantMap& record) -> Nubra::Reply* {
         const auto it = helper->m_cloudDiskMap.find(iface);
         if (it == helper->m_cloudDiskMap.end()) {
-            qDebug() << QStringLiteral("VornCloudDiskRequest have not %1 interface").arg(int(iface));
+            qDebug().noquote() << QStringLiteral("VornCloudDiskRequest have not %1 interface").arg(int(iface));
             return nullptr;
         }
         const QString name = it->second.value(QStringLiteral("name")).toString();
@@ -120,7 +120,7 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
     }
     const auto entry = m_cloudDiskMap.find(iface);
     if (entry == m_cloudDiskMap.end()) {
-        qDebug() << QStringLiteral("VornCloudDiskRequest have not %1 interface").arg(int(iface));
+        qDebug().noquote() << QStringLiteral("VornCloudDiskRequest have not %1 interface").arg(int(iface));
         return;
     }
     const QString name = entry->second.value(QStringLiteral("name")).toString();

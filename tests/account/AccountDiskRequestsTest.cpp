@@ -271,3 +271,50 @@ TEST(CloudDiskRequest, lateAnswerAfterTheWaitEndedIsIgnored)
     QTest::qWait(20);
     EXPECT_TRUE(replyPtr.isNull());
 }
+
+namespace {
+QStringList* g_captured = nullptr;
+void captureDebug(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    if (g_captured)
+        g_captured->append(text);
+}
+// Collects Qt debug lines while alive.
+struct DebugCapture {
+    QStringList lines;
+    QtMessageHandler previous;
+    DebugCapture()
+    {
+        g_captured = &lines;
+        previous = qInstallMessageHandler(captureDebug);
+    }
+    ~DebugCapture()
+    {
+        qInstallMessageHandler(previous);
+        g_captured = nullptr;
+    }
+};
+} // namespace
+
+TEST(AccountDiskLogs, debugLinesKeepTheirTexts)
+{
+    ScriptedService service;
+    service.answerAfter(QStringLiteral("captcha"), 0, kSuccess);
+    service.answerAfter(QStringLiteral("changeSpace"), 0, {{QStringLiteral("status"), QStringLiteral("Success")}});
+    DebugCapture capture;
+    QVariantMap result;
+    helper()->VornUserAccountRequest(VornUserAccountInterface::Captcha, result, {}, {}, {}, {}, {});
+    helper()->VornCloudDiskRequest(VornCloudDiskInterface::ChangeSpace, result, {}, {}, {}, {});
+    helper()->VornCloudDiskRequest(VornCloudDiskInterface(8), result, {}, {}, {}, {});
+    const QStringList expected{
+        QStringLiteral("VornUserAccountRequest interface is  \"captcha\""),
+        QStringLiteral("finished______ \"\""),
+        QStringLiteral("VornCloudDiskRequest interface is  \"changeSpace\""),
+        QStringLiteral("VornCloudDiskRequest finished error  QMap((\"status\", QVariant(QString, \"Success\")))"),
+        QStringLiteral("VornCloudDiskRequest interface  \"changeSpace\"  finished"),
+        QStringLiteral("VornCloudDiskRequest have not 8 interface"),
+    };
+    for (const QString& line : expected)
+        EXPECT_TRUE(capture.lines.contains(line)) << line.toStdString() << "\nin:\n"
+                                                  << capture.lines.join('\n').toStdString();
+}
