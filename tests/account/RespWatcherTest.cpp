@@ -319,3 +319,21 @@ TEST_F(RespWatcher, sessionSlotsAreInvocableByName)
     service.calls[0].reply->sendFinished({});
     EXPECT_TRUE(waitGone(callBack));
 }
+
+TEST_F(RespWatcher, replyFinishingTwiceDeletesTheCallBackOnce)
+{
+    // A misbehaving client: finished() twice starts two deletion timers.
+    service.setScript(kName, [](ScriptedReply* reply, const ScriptedService::Call&) {
+        QTimer::singleShot(0, reply, [reply] {
+            reply->sendFinished({{QStringLiteral("n"), 1}});
+            reply->sendFinished({{QStringLiteral("n"), 2}});
+        });
+    });
+    Recorder recorder;
+    QPointer<QObject> callBack = startAsync(recorder);
+    ASSERT_TRUE(waitFor([&] { return recorder.events->size() >= 2; }));
+    EXPECT_EQ(recorder.kinds(), (QList<int>{Watcher::Finished, Watcher::Finished}));
+    EXPECT_TRUE(waitGone(callBack));
+    // Both timers have fired by now; the second found the object gone.
+    QTest::qWait(300);
+}
