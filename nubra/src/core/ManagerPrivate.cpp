@@ -2,6 +2,8 @@
 
 #include "http/CurlMultiDriver.h"
 #include "http/HttpApiService.h"
+#include "mqtt/MessageService.h"
+#include "transfer/UploadService.h"
 
 #include <Nubra/Manager.h>
 
@@ -15,6 +17,8 @@ ManagerPrivate::ManagerPrivate(Manager* manager)
     context.curl = curl;
 
     // Services with fixed request names first, the request table last.
+    services.push_back(std::make_unique<MessageService>(context));
+    services.push_back(std::make_unique<UploadService>(context));
     services.push_back(std::make_unique<HttpApiService>(context));
 }
 
