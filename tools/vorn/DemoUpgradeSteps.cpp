@@ -154,14 +154,15 @@ Outcome fileDownload(StepContext& step)
     QString error;
     const QJsonDocument listing = admin.call("GET", QStringLiteral("/devcloud/files"), {}, &error);
     QJsonObject wanted;
-    const QJsonArray files = listing.isArray() ? listing.array() : listing.object().value(QStringLiteral("files")).toArray();
+    const QJsonArray files =
+        listing.object().value(QStringLiteral("result")).toObject().value(QStringLiteral("files")).toArray();
     for (const QJsonValue& entry : files) {
         if (entry.toObject().value(QStringLiteral("name")).toString() == QLatin1String("calibration-board.bin"))
             wanted = entry.toObject();
     }
     if (wanted.isEmpty())
         return failStep(step, QStringLiteral("the cloud lists no calibration-board.bin %1").arg(error));
-    const QString url = step.cloud->baseUrl() + QStringLiteral("/files/calibration-board.bin");
+    const QString url = wanted.value(QStringLiteral("url")).toString();
     const QString target = step.cloud->workPath() + QStringLiteral("/downloads/calibration-board.bin");
 
     // downloadFile reports only its acceptance; progress and errors are
