@@ -51,6 +51,10 @@ int runSubscribe(CommandContext& context, const SubscribeArgs& args)
     const int wanted = args.count;
     const QMetaObject::Connection relay = QObject::connect(
         helper, &VornNubraHelper::subscribeData, [&](const QString& topic, const QVariantMap& data) {
+            // Messages can keep coming while subscribe() still waits out
+            // its time-out: the count is a limit, not a minimum.
+            if (wanted > 0 && messages.size() >= wanted)
+                return;
             const QVariantMap message{{QStringLiteral("topic"), topic},
                                       {QStringLiteral("data"), data},
                                       {QStringLiteral("receivedAt"),
