@@ -96,6 +96,8 @@ TEST(VornCommandLine, jsonOutputIsOneDocumentWithCodeMatchingExitStatus)
         {"postv1", "GetUserProfile", "userID:=1001", "--header", "X-Auth-Token=nonsense"},
         {"post", "NoSuchRequest"},
         {"--config", "/nonexistent/config.json", "post", "UserLogin"},
+        {"post", "UserLogin", "--frobnicate"},
+        {"post"},
         {"interfaces"},
         {"codes"},
         {"config"},

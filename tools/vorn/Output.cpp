@@ -51,8 +51,11 @@ void Output::answer(const QString& operation, int code, const QVariant& payload,
     if (code != 0)
         headline += QStringLiteral(" - ") + ResultCodes::meaning(code);
     writeOut(headline);
-    for (auto it = extra.cbegin(); it != extra.cend(); ++it)
-        writeOut(QStringLiteral("%1: %2").arg(it.key(), toJsonText(it.value(), false)));
+    for (auto it = extra.cbegin(); it != extra.cend(); ++it) {
+        const QVariant& value = it.value();
+        writeOut(QStringLiteral("%1: %2").arg(it.key(), value.type() == QVariant::String ? value.toString()
+                                                                                         : toJsonText(value, false)));
+    }
     const bool empty = !payload.isValid() || payload.isNull()
         || (payload.type() == QVariant::Map && payload.toMap().isEmpty());
     if (!empty)

@@ -10,7 +10,9 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -71,7 +73,17 @@ int main(int argc, char** argv)
         cli.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         const int printed = cli.exit(error); // prints help, version or the error
-        return error.get_exit_code() == 0 ? printed : ExitStatus::Usage;
+        if (error.get_exit_code() == 0)
+            return printed;
+        // A script that asked for JSON gets its one document even now. The
+        // parse failed, so the flag may not have been read: look for it.
+        const bool json = context.options.json
+            || std::any_of(argv + 1, argv + argc, [](const char* arg) { return std::strcmp(arg, "--json") == 0; });
+        if (json)
+            Output(Output::Format::Json, stdout, nullptr).document(
+                {{QStringLiteral("error"), QString::fromUtf8(error.what())},
+                 {QStringLiteral("exitStatus"), ExitStatus::Usage}});
+        return ExitStatus::Usage;
     }
     configureLogging(context.options.verbose);
     if (!context.action)
