@@ -2,6 +2,8 @@
 
 #include "http/CurlMultiDriver.h"
 #include "http/HttpApiService.h"
+#include "transfer/FileDownloadService.h"
+#include "upgrade/UpgradeService.h"
 
 #include <Nubra/Manager.h>
 
@@ -15,6 +17,8 @@ ManagerPrivate::ManagerPrivate(Manager* manager)
     context.curl = curl;
 
     // Services with fixed request names first, the request table last.
+    services.push_back(std::make_unique<UpgradeService>(context));
+    services.push_back(std::make_unique<FileDownloadService>(context));
     services.push_back(std::make_unique<HttpApiService>(context));
 }
 
