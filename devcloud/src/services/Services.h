@@ -27,5 +27,7 @@ struct ServiceContext {
 // One function per service, each in its own file.
 void registerGeneralService(ServiceContext& context);
 void registerAccountService(ServiceContext& context);
+void registerUpgradeService(ServiceContext& context);
+void registerFilesService(ServiceContext& context);
 
 } // namespace devcloud
