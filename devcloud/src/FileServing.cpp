@@ -62,10 +62,13 @@ void TransferControl::countRequest(const std::string& key, bool ranged)
         ++c.rangeRequests;
 }
 
-void TransferControl::countBytes(const std::string& key, std::int64_t bytes)
+void TransferControl::countBytes(const std::string& key, std::int64_t bytes, bool ranged)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_counters[key].bytes += bytes;
+    Counters& c = m_counters[key];
+    c.bytes += bytes;
+    if (ranged)
+        c.rangeBytes += bytes;
 }
 
 QJsonObject TransferControl::stats() const
@@ -76,7 +79,9 @@ QJsonObject TransferControl::stats() const
         files.insert(QString::fromStdString(key), QJsonObject{{QStringLiteral("bytesServed"), double(c.bytes)},
                                                               {QStringLiteral("requests"), double(c.requests)},
                                                               {QStringLiteral("rangeRequests"),
-                                                               double(c.rangeRequests)}});
+                                                               double(c.rangeRequests)},
+                                                              {QStringLiteral("rangeBytesServed"),
+                                                               double(c.rangeBytes)}});
     return files;
 }
 
@@ -219,7 +224,7 @@ void serveFile(const httplib::Request& request, httplib::Response& response, con
     auto buffer = std::make_shared<std::string>();
     response.set_content_provider(
         size_t(range.length), file.contentType,
-        [handle, key, base, fault, corruptAt, sentHere, buffer](size_t offset, size_t length,
+        [handle, key, base, partial, fault, corruptAt, sentHere, buffer](size_t offset, size_t length,
                                                                httplib::DataSink& sink) {
             std::int64_t want = std::min<std::int64_t>(std::int64_t(length), kChunk);
             if (fault.throttle > 0)
@@ -239,7 +244,7 @@ void serveFile(const httplib::Request& request, httplib::Response& response, con
             if (!sink.write(buffer->data(), size_t(got)))
                 return false;
             *sentHere += got;
-            TransferControl::instance().countBytes(key, got);
+            TransferControl::instance().countBytes(key, got, partial);
             if (fault.throttle > 0)
                 std::this_thread::sleep_for(std::chrono::microseconds(got * 1000000 / fault.throttle));
             return true;

@@ -36,7 +36,9 @@ public:
     static TransferControl& instance();
 
     void countRequest(const std::string& key, bool ranged);
-    void countBytes(const std::string& key, std::int64_t bytes);
+    // ranged: the bytes answer a "Range" request (206), counted apart so
+    // that a test can tell what a resume fetched.
+    void countBytes(const std::string& key, std::int64_t bytes, bool ranged);
     QJsonObject stats() const;
     void resetStats();
 
@@ -50,6 +52,7 @@ private:
         std::int64_t bytes = 0;
         std::int64_t requests = 0;
         std::int64_t rangeRequests = 0;
+        std::int64_t rangeBytes = 0;
     };
     struct Armed {
         TransferFault fault;

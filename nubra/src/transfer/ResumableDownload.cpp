@@ -391,7 +391,8 @@ void ResumableDownload::fail(Error::ErrorCode code, const QString& message, bool
         m_file.flush();
         m_file.close();
     }
-    if (drop)
+    // Nothing kept worth resuming: leave no empty partial file behind.
+    if (drop || m_written == 0)
         dropPartial();
     qCWarning(lcNubraDownload).noquote() << m_options.targetPath << Error::describe(code) << message;
     emit finished(code, message);
