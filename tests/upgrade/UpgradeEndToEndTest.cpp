@@ -295,6 +295,43 @@ TEST_F(UpgradeEndToEnd, packageRepublishedDuringAPauseIsFetchedAnew)
     EXPECT_EQ(sha256Of(target), after.value("sha256").toString());
 }
 
+TEST_F(UpgradeEndToEnd, generalUpgradeRequestListsTheVersionsOfEachModel)
+{
+    struct Case {
+        QString versionType;
+        int maxPtach;
+        QStringList vs200, vs300;
+    };
+    const std::vector<Case> cases = {
+        {"release", 2, {"1.1.0", "1.2.0"}, {"2.0.0", "2.1.0"}},
+        {"beta", 10, {"1.0.0", "1.1.0", "1.2.0", "1.3.0-beta.1"}, {"2.0.0", "2.1.0", "2.2.0-beta.1"}},
+        {"release", 0, {}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE((c.versionType + " " + QString::number(c.maxPtach)).toStdString());
+        const QVariantMap body{{"checkModels", QVariantList{"VS-300 Pro"}},
+                               {"checkModulars", QVariantList{"texture"}},
+                               {"maxPtach", c.maxPtach},
+                               {"modelCode", "VS-200"},
+                               {"osType", "mac"},
+                               {"versionType", c.versionType}};
+        QVariantMap result;
+        ASSERT_EQ(helper()->post(NubraCommon::Interface::Upgrade, body, result, {}, 10000), NubraCommon::Success);
+        const QVariantList models = result.value("models").toList();
+        ASSERT_EQ(models.size(), 2);
+        for (int i = 0; i < 2; ++i) {
+            const QVariantMap model = models[i].toMap();
+            EXPECT_EQ(model.value("modelCode").toString(), i == 0 ? "VS-200" : "VS-300 Pro");
+            QStringList versions;
+            for (const QVariant& v : model.value("versions").toList())
+                versions << v.toMap().value("version").toString();
+            EXPECT_EQ(versions, i == 0 ? c.vs200 : c.vs300);
+        }
+        EXPECT_EQ(result.value("modulars").toList(),
+                  (QVariantList{QVariantMap{{"name", "texture"}, {"available", false}}}));
+    }
+}
+
 TEST_F(UpgradeEndToEnd, twoFileDownloadsSideBySide)
 {
     const QJsonArray files = g_admin->call("GET", "/devcloud/files").value("result").toObject().value("files").toArray();

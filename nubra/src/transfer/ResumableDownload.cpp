@@ -4,7 +4,7 @@
 #include "http/CurlErrorMap.h"
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
-#include "transfer/Sha256.h"
+#include "transfer/BackgroundSha256.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -57,9 +57,11 @@ ResumableDownload::ResumableDownload(CurlMultiDriver* driver, const ClientConfig
     , m_options(std::move(options))
     , m_partPath(partPathFor(m_options.targetPath))
     , m_metaPath(metaPathFor(m_options.targetPath))
-    , m_hash(std::make_unique<Sha256>())
     , m_total(m_options.expectedSize)
 {
+    // The hashing thread exists only for downloads that are verified.
+    if (!m_options.expectedSha256.isEmpty())
+        m_hash = std::make_unique<BackgroundSha256>();
 }
 
 ResumableDownload::~ResumableDownload()
@@ -153,7 +155,8 @@ void ResumableDownload::begin()
     }
     m_resumedFrom = existing;
     m_written = existing;
-    m_hash->reset();
+    if (m_hash)
+        m_hash->reset();
     m_hashed = 0;
     if (existing > 0 && !m_options.expectedSha256.isEmpty()) {
         // The digest covers the whole file: read the bytes we keep first.
@@ -238,7 +241,7 @@ void ResumableDownload::startTransfer()
             m_sinkMessage = QStringLiteral("cannot write %1: %2").arg(m_partPath, m_file.errorString());
             return false;
         }
-        if (!m_options.expectedSha256.isEmpty())
+        if (m_hash)
             m_hash->update(data, size);
         m_written += qint64(size);
         return true;
@@ -274,7 +277,8 @@ bool ResumableDownload::acceptFirstBytes()
             }
             m_written = 0;
             m_resumedFrom = 0;
-            m_hash->reset();
+            if (m_hash)
+                m_hash->reset();
         }
         curl_off_t length = -1;
         curl_easy_getinfo(m_transfer->handle(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
@@ -332,7 +336,8 @@ void ResumableDownload::transferCompleted(int curlCode)
         // An empty 200 answer to a resume: the file is now empty.
         m_file.resize(0);
         m_written = 0;
-        m_hash->reset();
+        if (m_hash)
+            m_hash->reset();
     }
     finalize();
 }
@@ -352,8 +357,8 @@ void ResumableDownload::finalize()
     }
     m_file.flush();
     m_file.close();
-    if (!m_options.expectedSha256.isEmpty()) {
-        m_actualSha256 = m_hash->hexDigest();
+    if (m_hash) {
+        m_actualSha256 = m_hash->finish();
         if (m_actualSha256 != m_options.expectedSha256) {
             fail(Error::IntegrityCheckFailed,
                  QStringLiteral("SHA-256 mismatch: expected %1, got %2")

@@ -16,7 +16,7 @@ namespace Nubra {
 class ClientConfig;
 class CurlMultiDriver;
 class CurlTransfer;
-class Sha256;
+class BackgroundSha256;
 
 // Downloads one URL into a file, streamed to disk, resumable.
 //
@@ -97,7 +97,7 @@ private:
     QString m_partPath;
     QString m_metaPath;
     QFile m_file;
-    std::unique_ptr<Sha256> m_hash;
+    std::unique_ptr<BackgroundSha256> m_hash;
     QPointer<CurlTransfer> m_transfer;
     QByteArray m_validator;
     QByteArray m_actualSha256;
