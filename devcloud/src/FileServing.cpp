@@ -26,6 +26,8 @@ TransferFault TransferFault::parse(const QString& spec)
             fault.cutAfter = std::max<qint64>(0, item.mid(4).toLongLong());
         else if (item == QLatin1String("corrupt"))
             fault.corrupt = true;
+        else if (item.startsWith(QLatin1String("stall=")))
+            fault.stallAfter = std::max<qint64>(0, item.mid(6).toLongLong());
     }
     return fault;
 }
@@ -45,6 +47,8 @@ void TransferFault::mergeFrom(const TransferFault& other)
     if (other.cutAfter >= 0)
         cutAfter = other.cutAfter;
     corrupt = corrupt || other.corrupt;
+    if (other.stallAfter >= 0)
+        stallAfter = other.stallAfter;
 }
 
 TransferControl& TransferControl::instance()
@@ -229,6 +233,15 @@ void serveFile(const httplib::Request& request, httplib::Response& response, con
             std::int64_t want = std::min<std::int64_t>(std::int64_t(length), kChunk);
             if (fault.throttle > 0)
                 want = std::min<std::int64_t>(want, std::max<std::int64_t>(1, fault.throttle / 10));
+            if (fault.stallAfter >= 0) {
+                if (*sentHere >= fault.stallAfter) {
+                    // A peer that went silent: the client's stall detection
+                    // has to end this, not the server.
+                    std::this_thread::sleep_for(std::chrono::seconds(10));
+                    return false;
+                }
+                want = std::min(want, fault.stallAfter - *sentHere);
+            }
             if (fault.cutAfter >= 0) {
                 if (*sentHere >= fault.cutAfter)
                     return false; // closes the connection mid-body
@@ -281,6 +294,9 @@ void registerTransferAdmin(httplib::Server& server)
             ? std::max<qint64>(0, qint64(body.value(QStringLiteral("cutAfter")).toDouble()))
             : -1;
         fault.corrupt = body.value(QStringLiteral("corrupt")).toBool();
+        fault.stallAfter = body.contains(QStringLiteral("stallAfter"))
+            ? std::max<qint64>(0, qint64(body.value(QStringLiteral("stallAfter")).toDouble()))
+            : -1;
         TransferControl::instance().armFault(path.toStdString(), fault,
                                              body.value(QStringLiteral("times")).toInt(1));
         writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")}});

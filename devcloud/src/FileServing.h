@@ -18,13 +18,16 @@ namespace devcloud {
 //   throttle=BYTES_PER_S  send at most that many bytes per second
 //   cut=BYTES             close the connection after that many body bytes
 //   corrupt               flip one byte in the middle of the file as sent
+//   stall=BYTES           after that many body bytes send nothing more, hold
+//                         the connection open (10 s at most), then close it
 // or set for a path through POST /devcloud/transfer-faults.
 struct TransferFault {
     std::int64_t throttle = 0;
     std::int64_t cutAfter = -1;
     bool corrupt = false;
+    std::int64_t stallAfter = -1;
 
-    bool any() const { return throttle > 0 || cutAfter >= 0 || corrupt; }
+    bool any() const { return throttle > 0 || cutAfter >= 0 || corrupt || stallAfter >= 0; }
     static TransferFault parse(const QString& spec);
     static TransferFault fromRequest(const httplib::Request& request);
     void mergeFrom(const TransferFault& other);

@@ -203,6 +203,21 @@ TEST_F(FileDownload, cutTransferKeepsThePartialAndTheNextStartFetchesTheRest)
     EXPECT_EQ(g_admin->rangeBytesServed(path) - before, board.size - cut);
 }
 
+TEST_F(FileDownload, silentServerEndsInTimedOutAfterTheStallPeriod)
+{
+    const RemoteFile board = remote("calibration-board.bin");
+    const QString target = folder.path() + "/board.bin";
+    QSignalSpy configured(manager.setConfigData({{"stallTimeout", 1}}, {}), &Nubra::Reply::finished);
+    ASSERT_TRUE(configured.wait(5000));
+    const qint64 sent = 100000;
+    g_admin->armFault("/files/" + board.name, {{"stallAfter", sent}, {"times", 1}});
+    const Outcome outcome = run(start(board.url, target));
+    EXPECT_EQ(outcome.finishedCount, 1);
+    EXPECT_EQ(outcome.errors, QList<Nubra::Error::ErrorCode>{Nubra::Error::TimedOut});
+    EXPECT_FALSE(QFileInfo::exists(target));
+    EXPECT_EQ(QFileInfo(target + ".part").size(), sent);
+}
+
 TEST_F(FileDownload, stopPausesWithStatusPausedAndKeepsThePartialBytes)
 {
     const RemoteFile board = remote("calibration-board.bin");
