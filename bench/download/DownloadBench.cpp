@@ -35,6 +35,7 @@ namespace {
 
 struct Sample {
     double seconds = 0;
+    double cpuSeconds = 0; // user + system
     qint64 peakKiB = 0;
     bool ok = false;
 };
@@ -76,6 +77,8 @@ Sample runProgram(const std::vector<const char*>& argv)
     wait4(pid, &status, 0, &usage);
     s.seconds = clock.nsecsElapsed() / 1e9;
     s.peakKiB = usage.ru_maxrss;
+    s.cpuSeconds = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec
+        + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     s.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return s;
 }
@@ -94,10 +97,18 @@ Sample runSha256sum(const QString& file)
     return runProgram({"sh", "-c", "sha256sum \"$0\" > /dev/null", f.constData()});
 }
 
+double processCpuSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
 // Runs one request to its finished() and measures time and peak growth.
 Sample runRequest(Nubra::Manager& manager, const QString& name, const QVariantMap& record)
 {
     Sample s;
+    const double cpuBefore = processCpuSeconds();
     resetPeak();
     const qint64 before = statusKiB("VmHWM:");
     QElapsedTimer clock;
@@ -114,6 +125,7 @@ Sample runRequest(Nubra::Manager& manager, const QString& name, const QVariantMa
     loop.exec();
     s.seconds = clock.nsecsElapsed() / 1e9;
     s.peakKiB = statusKiB("VmHWM:") - before;
+    s.cpuSeconds = processCpuSeconds() - cpuBefore;
     reply->deleteLater();
     return s;
 }
@@ -194,8 +206,8 @@ int main(int argc, char** argv)
     QFile::remove(packages + "/VS-300_Pro-2.1.0.vpkg");
 
     std::printf("package %lld bytes from %s, %d rounds\n", size, qPrintable(url), rounds);
-    std::printf("%-6s %12s %12s %12s %14s %14s\n", "round", "curl MB/s", "file MB/s", "package MB/s",
-                "curl peak KiB", "ours +peak KiB");
+    std::printf("%-6s %10s %10s %12s %14s %14s %9s %9s %9s\n", "round", "curl MB/s", "file MB/s", "package MB/s",
+                "curl peak KiB", "ours +peak KiB", "curl CPU", "file CPU", "pkg CPU");
     std::vector<double> curlRates, curlHashRates, fileRates, packageRates, ourPeaks, curlPeaks;
     const double mb = double(size) / 1e6;
     for (int round = 1; round <= rounds; ++round) {
@@ -221,8 +233,9 @@ int main(int argc, char** argv)
         packageRates.push_back(mb / p.seconds);
         curlPeaks.push_back(double(c.peakKiB));
         ourPeaks.push_back(double(std::max(f.peakKiB, p.peakKiB)));
-        std::printf("%-6d %12.0f %12.0f %12.0f %14lld %14lld\n", round, curlRates.back(), fileRates.back(),
-                    packageRates.back(), c.peakKiB, std::max(f.peakKiB, p.peakKiB));
+        std::printf("%-6d %10.0f %10.0f %12.0f %14lld %14lld %8.2fs %8.2fs %8.2fs\n", round, curlRates.back(),
+                    fileRates.back(), packageRates.back(), c.peakKiB, std::max(f.peakKiB, p.peakKiB),
+                    c.cpuSeconds, f.cpuSeconds, p.cpuSeconds);
     }
     const double curlRate = median(curlRates);
     std::printf("\nmedian curl:             %8.0f MB/s\n", curlRate);

@@ -2,6 +2,8 @@
 
 #include "transfer/Sha256.h"
 
+#include <utility>
+
 namespace Nubra {
 
 BackgroundSha256::BackgroundSha256()
@@ -21,6 +23,7 @@ BackgroundSha256::~BackgroundSha256()
 
 void BackgroundSha256::reset()
 {
+    m_batch.clear();
     std::unique_lock<std::mutex> lock(m_mutex);
     // A chunk the worker is hashing right now is subtracted by the worker.
     for (const QByteArray& chunk : m_queue)
@@ -35,7 +38,23 @@ void BackgroundSha256::update(const char* data, size_t size)
 {
     if (size == 0)
         return;
-    QByteArray chunk(data, int(size));
+    if (m_batch.capacity() < kBatch) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (!m_spare.empty()) {
+                m_batch = std::move(m_spare.front());
+                m_spare.pop_front();
+            }
+        }
+        m_batch.reserve(kBatch); // sets "capacity reserved": resize(0) keeps the buffer
+    }
+    m_batch.append(data, int(size));
+    if (m_batch.size() >= kBatch)
+        push(std::exchange(m_batch, QByteArray()));
+}
+
+void BackgroundSha256::push(QByteArray chunk)
+{
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, [this] { return m_queued < kMaxQueued; });
     m_queued += chunk.size();
@@ -45,6 +64,8 @@ void BackgroundSha256::update(const char* data, size_t size)
 
 QByteArray BackgroundSha256::finish()
 {
+    if (!m_batch.isEmpty())
+        push(std::exchange(m_batch, QByteArray()));
     std::unique_lock<std::mutex> lock(m_mutex);
     m_finishWanted = true;
     m_changed.notify_all();
@@ -73,6 +94,10 @@ void BackgroundSha256::run()
             hash.update(chunk.constData(), size_t(chunk.size()));
             lock.lock();
             m_queued -= chunk.size();
+            if (m_spare.size() < 4) {
+                chunk.resize(0);
+                m_spare.push_back(std::move(chunk));
+            }
             m_changed.notify_all();
             continue;
         }

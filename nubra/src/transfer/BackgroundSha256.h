@@ -16,7 +16,9 @@ namespace Nubra {
 // keeps memory constant whatever the file size.
 class BackgroundSha256 {
 public:
-    static constexpr qint64 kMaxQueued = 16 * 1024 * 1024;
+    static constexpr qint64 kMaxQueued = 8 * 1024 * 1024;
+    // Bytes gathered before they go to the worker: fewer, larger hand-overs.
+    static constexpr int kBatch = 1024 * 1024;
 
     BackgroundSha256();
     ~BackgroundSha256();
@@ -32,6 +34,7 @@ public:
 
 private:
     void run();
+    void push(QByteArray chunk);
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
@@ -41,6 +44,8 @@ private:
     bool m_quit = false;
     QByteArray m_digest;      // set by the worker when asked to finish
     bool m_finishWanted = false;
+    std::deque<QByteArray> m_spare; // hashed buffers kept for reuse (no fresh pages per batch)
+    QByteArray m_batch;       // caller's thread only
     std::thread m_worker;
 };
 
