@@ -1,6 +1,7 @@
 #include "DevCloud.h"
 
 #include "Seed.h"
+#include "services/MessageService.h"
 #include "services/Services.h"
 
 #include <QDir>
@@ -86,6 +87,8 @@ bool DevCloud::setUp(QString* error)
         ServiceContext{m_server, *m_router, m_store, m_dataDir, baseUrl(), m_configSections});
     registerGeneralService(*m_context);
     registerAccountService(*m_context);
+    registerDiskService(*m_context);
+    m_messages = registerMessageService(*m_context);
     registerUpgradeService(*m_context);
     registerFilesService(*m_context);
 
