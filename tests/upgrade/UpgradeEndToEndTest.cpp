@@ -6,6 +6,9 @@
 
 #include <VornNubraHelper.h>
 
+#include <Nubra/Manager.h>
+#include <Nubra/Reply.h>
+
 #include <QCryptographicHash>
 #include <QJsonArray>
 #include <QDir>
@@ -293,6 +296,70 @@ TEST_F(UpgradeEndToEnd, packageRepublishedDuringAPauseIsFetchedAnew)
     EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
     EXPECT_EQ(succeeded.count(), 1);
     EXPECT_EQ(sha256Of(target), after.value("sha256").toString());
+}
+
+// The client itself answers an existence request while the package is
+// downloading (the helper refuses to ask then).
+TEST_F(UpgradeEndToEnd, clientExistenceAnswerDuringARunningDownloadCountsTheBytesOnDisk)
+{
+    Nubra::Manager manager;
+    QSignalSpy configured(manager.setConfigPath(g_cloud->configPath(), {}), &Nubra::Reply::finished);
+    ASSERT_TRUE(configured.wait(5000));
+    auto finish = [](Nubra::Reply* reply) {
+        QVariantMap answer;
+        QEventLoop loop;
+        QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
+            answer = map;
+            loop.quit();
+        });
+        QTimer::singleShot(30000, &loop, &QEventLoop::quit);
+        loop.exec();
+        reply->deleteLater();
+        return answer;
+    };
+    const QVariantMap model{{"modelCode", "VS-200"}, {"version", "1.0.0"}, {"versionType", "release"},
+                            {"langType", "en"},      {"osType", "mac"},    {"maxPatch", 10}};
+    ASSERT_EQ(finish(manager.request("autoUpgrade:setAutoUpgradeConfig",
+                                     {{"VS-200", model}, {"checkInterval", 10}, {"path", folder.path()}}, {}))
+                  .value("status"),
+              "success");
+    const QJsonObject package = g_admin->package("VS-200", "1.2.0");
+    const qint64 size = qint64(package.value("packageSize").toDouble());
+    g_admin->armFault("/packages/" + package.value("packageName").toString(),
+                      {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+    const QVariantMap item{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
+    const QVariantMap exist{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
+
+    Nubra::Reply* download = manager.request("autoUpgrade:startDownload", {{"upgrades", QVariantList{item}}}, {});
+    ASSERT_EQ(download->status(), 0);
+    Nubra::Reply* twice = manager.request("autoUpgrade:startDownload", {{"upgrades", QVariantList{item}}}, {});
+    EXPECT_EQ(twice->status(), Nubra::Error::Busy);
+    finish(twice);
+
+    QVariantMap during;
+    qint64 reportedBefore = -1;
+    QObject::connect(download, &Nubra::Reply::downloadProgressOfOne, download,
+                     [&](const QString&, qint64 received, qint64) {
+                         if (reportedBefore >= 0 || received < 2 * 1024 * 1024)
+                             return;
+                         reportedBefore = received;
+                         QTimer::singleShot(0, download, [&] {
+                             during = finish(manager.request("autoUpgrade:isExist", exist, {}));
+                         });
+                     });
+    const QVariantMap done = finish(download);
+    EXPECT_EQ(done.value("status"), "success");
+    ASSERT_EQ(during.value("status"), "success");
+    const QVariantMap duringResult = during.value("result").toMap();
+    EXPECT_GE(duringResult.value("bytesReceived").toLongLong(), reportedBefore);
+    EXPECT_LT(duringResult.value("bytesReceived").toLongLong(), size);
+    EXPECT_EQ(duringResult.value("bytesTotal").toLongLong(), size);
+    EXPECT_FALSE(duringResult.value("complete").toBool());
+
+    const QVariantMap after = finish(manager.request("autoUpgrade:isExist", exist, {})).value("result").toMap();
+    EXPECT_EQ(after.value("bytesReceived").toLongLong(), size);
+    EXPECT_EQ(after.value("bytesTotal").toLongLong(), size);
+    EXPECT_TRUE(after.value("complete").toBool());
 }
 
 TEST_F(UpgradeEndToEnd, generalUpgradeRequestListsTheVersionsOfEachModel)

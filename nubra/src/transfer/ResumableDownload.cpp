@@ -148,7 +148,9 @@ void ResumableDownload::begin()
         m_validator = meta.value(QStringLiteral("validator")).toString().toLatin1();
 
     m_file.setFileName(m_partPath);
-    if (!m_file.open(QIODevice::ReadWrite) || !m_file.resize(existing) || !m_file.seek(existing)) {
+    // Unbuffered: what progress and the existence test report is on disk.
+    if (!m_file.open(QIODevice::ReadWrite | QIODevice::Unbuffered) || !m_file.resize(existing)
+        || !m_file.seek(existing)) {
         fail(Error::FileOpenFailed, QStringLiteral("cannot open %1: %2").arg(m_partPath, m_file.errorString()),
              false);
         return;
