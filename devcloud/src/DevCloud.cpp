@@ -89,6 +89,8 @@ bool DevCloud::setUp(QString* error)
     registerAccountService(*m_context);
     registerDiskService(*m_context);
     m_messages = registerMessageService(*m_context);
+    registerUpgradeService(*m_context);
+    registerFilesService(*m_context);
 
     m_server.Get("/devcloud/health", [](const httplib::Request&, httplib::Response& response) {
         writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")}});

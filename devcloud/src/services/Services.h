@@ -34,5 +34,7 @@ void registerAccountService(ServiceContext& context);
 void registerDiskService(ServiceContext& context);
 // The broker lives as long as the returned hub (owned by DevCloud).
 std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context);
+void registerUpgradeService(ServiceContext& context);
+void registerFilesService(ServiceContext& context);
 
 } // namespace devcloud
