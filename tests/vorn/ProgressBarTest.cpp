@@ -77,3 +77,14 @@ TEST(ProgressBar, liveLineShowsTheFraction)
     for (const Case& c : cases)
         EXPECT_EQ(ProgressBar::liveLine("x", c.done, c.total, 10), QString::fromLatin1(c.expected));
 }
+
+TEST(ProgressBar, sizesUseTheLargestUnitBelow1024)
+{
+    const QList<QPair<qint64, const char*>> cases{
+        {0, "0 B"},           {1023, "1023 B"},          {1024, "1.0 KB"},
+        {1048500, "1023.9 KB"}, {1048560, "1.0 MB"},  {1048576, "1.0 MB"},       {10LL << 30, "10.0 GB"},
+        {(1LL << 20) - 1024 * 60, "964.0 KB"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(ProgressBar::formatBytes(c.first), QString::fromLatin1(c.second)) << c.first;
+}

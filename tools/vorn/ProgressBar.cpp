@@ -19,9 +19,15 @@ QString ProgressBar::formatBytes(qint64 bytes)
 {
     if (bytes < 1024)
         return QStringLiteral("%1 B").arg(bytes);
-    if (bytes < 1024 * 1024)
-        return QStringLiteral("%1 KB").arg(double(bytes) / 1024.0, 0, 'f', 1);
-    return QStringLiteral("%1 MB").arg(double(bytes) / (1024.0 * 1024.0), 0, 'f', 1);
+    // Move to the next unit once the number would round to 1024.0.
+    static const char* const units[] = {"KB", "MB", "GB", "TB"};
+    double value = double(bytes) / 1024.0;
+    int unit = 0;
+    while (value >= 1023.95 && unit < 3) {
+        value /= 1024.0;
+        ++unit;
+    }
+    return QStringLiteral("%1 %2").arg(value, 0, 'f', 1).arg(QLatin1String(units[unit]));
 }
 
 QString ProgressBar::liveLine(const QString& label, qint64 done, qint64 total, int width)
