@@ -11,8 +11,6 @@
 #include <NubraCommon.h>
 #include <VornNubraHelper.h>
 
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QStringList>
 
 namespace Demo {
@@ -99,32 +97,6 @@ Outcome countries(StepContext& step)
                           .arg(sample.join(QStringLiteral(", "))));
 }
 
-#if VORN_CLI_PROTECT
-Outcome protectJson(StepContext& step)
-{
-    const QJsonObject original{{QStringLiteral("device"), QStringLiteral("VS2024000123")},
-                               {QStringLiteral("calibration"), QJsonObject{{QStringLiteral("pointPitch"), 0.05},
-                                                                           {QStringLiteral("exposure"), 12}}},
-                               {QStringLiteral("owner"), QStringLiteral("Zoë")}};
-    QString protectedText;
-    const int code = step.helper->serializeObj(original, protectedText);
-    if (code != NubraCommon::Success || protectedText.isEmpty())
-        return expectCode(step, code, NubraCommon::Success, QStringLiteral("no protected text"));
-    step.say(QStringLiteral("serializeObj -> %1 characters: %2...").arg(protectedText.size()).arg(protectedText.left(40)));
-    QString restored;
-    step.helper->deserializeData(protectedText, restored);
-    const QJsonObject back = QJsonDocument::fromJson(restored.toUtf8()).object();
-    step.say(QStringLiteral("deserializeData -> %1").arg(QString::fromUtf8(QJsonDocument(back).toJson(QJsonDocument::Compact))));
-    if (back != original)
-        return failStep(step, QStringLiteral("the restored object differs from the original"));
-    QString wrongKey;
-    step.helper->deserializeData(protectedText, QStringLiteral("0123456789abcdef"), wrongKey);
-    return expectCode(step, code, NubraCommon::Success,
-                      QStringLiteral("restored object equals the original; with another key it %1")
-                          .arg(QJsonDocument::fromJson(wrongKey.toUtf8()).isObject() ? QStringLiteral("still parsed?!")
-                                                                                      : QStringLiteral("is garbage")));
-}
-#endif
 
 [[maybe_unused]] std::function<Outcome(StepContext&)> notBuilt() { return [](StepContext&) { return Outcome::Skipped; }; }
 

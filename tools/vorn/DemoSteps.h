@@ -31,5 +31,8 @@ Outcome fileDownload(StepContext& step);
 #if VORN_CLI_SUBSCRIBE
 Outcome subscription(StepContext& step);
 #endif
+#if VORN_CLI_PROTECT
+Outcome protectJson(StepContext& step);
+#endif
 
 } // namespace Demo
