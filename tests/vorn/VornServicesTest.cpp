@@ -4,6 +4,7 @@
 #include "VornProcess.h"
 
 #include <DevCloudAdmin.h>
+#include <DevCloudProcess.h>
 
 #include <QDeadlineTimer>
 #include <QFile>
@@ -17,6 +18,8 @@
 #include <QUuid>
 
 #include <gtest/gtest.h>
+
+#include <csignal>
 
 namespace {
 
@@ -180,6 +183,58 @@ TEST(VornUpgrade, checkDownloadAndExistsAgainstTheCatalogue)
 
     const VornRun unknownModel = runVorn({"upgrade", "check", "--model", "VS-999", "--version", "1.0.0", "--dir", dir.path()});
     EXPECT_NE(unknownModel.exitStatus, 0) << describe(unknownModel);
+}
+
+TEST(VornUpgrade, ctrlCPausesTheDownloadAndTheNextRunResumesIt)
+{
+    // A private cloud: the slowed-down transfer must be this test's own.
+    VornTest::DevCloudProcess cloud;
+    ASSERT_TRUE(cloud.start()) << cloud.output().toStdString();
+    DevCloudAdmin admin(cloud.baseUrl());
+    const QString packagePath = "/packages/VS-200-1.2.0.vpkg";
+    QString error;
+    admin.call("POST", "/devcloud/transfer-faults",
+               QJsonDocument(QJsonObject{{"path", packagePath}, {"throttle", 1024 * 1024}, {"times", 1}}), &error);
+    ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+
+    QTemporaryDir dir;
+    const QStringList args{"--json", "--config", cloud.configPath(), "upgrade", "download", "--model", "VS-200",
+                           "--version", "1.1.0", "--dir", dir.path(), "--to", "1.2.0"};
+    QProcess first;
+    first.setReadChannel(QProcess::StandardError); // waitForReadyRead waits on this channel only
+    first.start(vornBinary(), args);
+    ASSERT_TRUE(first.waitForStarted(10000));
+    // Plain progress lines on stderr: interrupt once a tenth has arrived.
+    QString progress;
+    QDeadlineTimer deadline(30000);
+    while (!progress.contains("VS-200 1.2.0 10%") && !deadline.hasExpired()) {
+        ASSERT_TRUE(first.waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())))) << progress.toStdString();
+        progress += QString::fromUtf8(first.readAllStandardError());
+    }
+    ASSERT_EQ(::kill(pid_t(first.processId()), SIGINT), 0);
+    ASSERT_TRUE(first.waitForFinished(20000));
+    const QJsonObject paused = QJsonDocument::fromJson(first.readAllStandardOutput()).object();
+    EXPECT_EQ(first.exitCode(), 130);
+    EXPECT_EQ(paused.value("result").toObject().value("outcome").toString(), "paused");
+    const qint64 pausedBytes = qint64(paused.value("result").toObject().value("bytesReceived").toDouble());
+    const qint64 total = qint64(paused.value("result").toObject().value("bytesTotal").toDouble());
+    EXPECT_GT(pausedBytes, 0);
+    EXPECT_LT(pausedBytes, total);
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath("VS-200-1.2.0.vpkg.part")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("VS-200-1.2.0.vpkg")));
+
+    const VornRun second = runVorn(args);
+    ASSERT_EQ(second.exitStatus, 0) << describe(second);
+    EXPECT_EQ(jsonOf(second).value("result").toObject().value("outcome").toString(), "downloadSuccess");
+    EXPECT_EQ(QFileInfo(dir.filePath("VS-200-1.2.0.vpkg")).size(), total);
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("VS-200-1.2.0.vpkg.part")));
+
+    // The second run asked only for the rest.
+    const QJsonObject stats = admin.call("GET", "/devcloud/stats", {}, &error)
+                                  .object().value("result").toObject().value("files").toObject()
+                                  .value(packagePath).toObject();
+    EXPECT_EQ(stats.value("rangeRequests").toInt(), 1) << error.toStdString();
+    EXPECT_LE(qint64(stats.value("rangeBytesServed").toDouble()), total - pausedBytes);
 }
 
 TEST(VornDownload, fileArrivesOrTheFailureIsReported)
