@@ -37,6 +37,9 @@ TEST(VornCommandLine, eachOutcomeHasItsExitStatusAndMessage)
         {"wrong password is a failed response", {"post", "UserLogin", kAccount, "password=wrong"}, 6,
          "ResponseFailed (6)", ""},
         {"missing body key is refused by the helper", {"post", "GetUserProfile"}, 3, "MissingField (3)", ""},
+        // --param takes one value: userID is a body field again (the cloud then refuses the placeholder token).
+        {"fields after a --param are body fields", {"post", "GetUserProfile", "-p", "x=1", "userID:=1001"}, 6,
+         "ResponseFailed (6)", ""},
         {"unknown interface name", {"post", "NoSuchRequest"}, 4, "", "unknown interface 'NoSuchRequest'"},
         {"number outside the catalogue", {"post", "7"}, 4, "UnknownInterface (4)", ""},
         {"malformed field", {"post", "UserLogin", "account"}, 64, "", "is not key=value"},

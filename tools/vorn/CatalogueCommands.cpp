@@ -130,11 +130,13 @@ void addCatalogueVerb(CLI::App& app, CommandContext& context, Verb verb, const s
                             ? "Parameters: key=value (string), key:=json (typed), a JSON object, or @file.json"
                             : "Body fields: key=value (string), key:=json (typed), a JSON object, or @file.json");
     if (verb != Verb::Get) {
-        command->add_option("-p,--param", args->params, "A query parameter (same forms as the body); repeatable");
+        command->add_option("-p,--param", args->params, "A query parameter (same forms as the body); repeatable")
+            ->allow_extra_args(false); // one value per --param: what follows is the body again
     }
     if (verb == Verb::PostV1) {
         command->add_option("-H,--header", args->headers,
-                            "A header (same forms); postv1 sends these instead of the user token; repeatable");
+                            "A header (same forms); postv1 sends these instead of the user token; repeatable")
+            ->allow_extra_args(false);
     }
     command->add_option("-t,--timeout", args->timeoutMs, "Time-out in milliseconds")
         ->check(CLI::PositiveNumber)

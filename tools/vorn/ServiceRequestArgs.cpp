@@ -10,8 +10,9 @@ void ServiceRequestArgs::addTo(CLI::App& command, const std::string& catalogueHe
 {
     command.add_option("interface", interface, catalogueHelp)->required();
     command.add_option("body", body, "Body fields: key=value, key:=json, a JSON object or @file.json");
-    command.add_option("-p,--param", params, "A parameter (same forms); repeatable");
-    command.add_option("-H,--header", headers, "A header (same forms); repeatable");
+    // One value per --param / --header: the arguments after it are the body again.
+    command.add_option("-p,--param", params, "A parameter (same forms); repeatable")->allow_extra_args(false);
+    command.add_option("-H,--header", headers, "A header (same forms); repeatable")->allow_extra_args(false);
     command.add_option("--source", source, "The request's source string")->capture_default_str();
     command.add_option("--token", token, "User token, sent as the X-Auth-Token header")->envname("VORN_TOKEN");
 }
