@@ -146,6 +146,13 @@ TEST(VornSubscribe, printsThePublishedMessageAndStopsAtTheCount)
     EXPECT_EQ(messages.at(0).toObject().value("data").toObject(), payload);
 }
 
+TEST(VornSubscribe, aTokenTheBrokerRefusesIsAFailure)
+{
+    const VornRun run = runVorn({"--json", "subscribe", "vorn-test/refused", "--seconds", "3", "--token", "not-a-token"});
+    EXPECT_EQ(run.exitStatus, 9) << describe(run);
+    EXPECT_EQ(jsonOf(run).value("codeName").toString(), "SubscribeFailed") << describe(run);
+}
+
 TEST(VornSubscribe, tooFewMessagesEndsWithTimeout)
 {
     const QString token = signIn();

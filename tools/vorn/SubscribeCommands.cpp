@@ -79,7 +79,10 @@ int runSubscribe(CommandContext& context, const SubscribeArgs& args)
     QElapsedTimer elapsed;
     elapsed.start();
     const int subscribeCode = helper->subscribe(userName, QString(), topics, waitMs);
-    const bool subscribed = subscribeCode == NubraCommon::Timeout || subscribeCode == NubraCommon::Success;
+    // Timeout is subscribe()'s normal end. Success means the wait ended
+    // early: in a fresh process (never "already connected") that is a
+    // refused connection or subscription.
+    const bool subscribed = subscribeCode == NubraCommon::Timeout;
     if (subscribed && !interrupted && !(wanted > 0 && messages.size() >= wanted)) {
         out.note(QStringLiteral("subscribed to %1; listening %2")
                      .arg(QString::fromStdString(args.topics.front()) +
@@ -99,7 +102,9 @@ int runSubscribe(CommandContext& context, const SubscribeArgs& args)
 
     // Ending by the wait's time-out is subscribe()'s success; a count not
     // reached is a time-out of vorn's own.
-    int code = subscribed ? int(NubraCommon::Success) : subscribeCode;
+    int code = subscribed ? int(NubraCommon::Success)
+        : subscribeCode == NubraCommon::Success ? int(NubraCommon::SubscribeFailed)
+                                                : subscribeCode;
     if (subscribed && wanted > 0 && messages.size() < wanted)
         code = NubraCommon::Timeout;
     out.answer(QStringLiteral("subscribe"), code, QVariantMap{{QStringLiteral("messages"), messages}},
@@ -108,6 +113,9 @@ int runSubscribe(CommandContext& context, const SubscribeArgs& args)
                 {QStringLiteral("received"), messages.size()},
                 {QStringLiteral("disconnectResult"),
                  QStringLiteral("%1 (%2)").arg(ResultCodes::name(disconnectCode)).arg(disconnectCode)}});
+    if (!subscribed && subscribeCode == NubraCommon::Success)
+        out.note(QStringLiteral("(subscribe() ended its wait early: the broker refused the connection or the "
+                                "subscription; is the user token valid? --verbose shows the client's reason)"));
     return interrupted ? ExitStatus::Interrupted : code;
 }
 
