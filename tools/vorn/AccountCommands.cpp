@@ -65,7 +65,9 @@ void addAccountCommands(CLI::App& app, CommandContext& context)
         "account", "Run a user-account request (VornUserAccountRequest): login, countries, captcha, privacy ...");
     args->addTo(*command, "User-account entry: Captcha, captcha, 6, ... (see 'vorn interfaces')");
     command->add_option("--region", args->region, "Send to this region of the configuration (the extra argument)");
-    command->footer("The helper returns the reply map itself; vorn reports Success when its \"status\" is "
+    command->footer("Examples:\n  vorn account Captcha\n  vorn account FactoryPrivacyView --param lang=de\n"
+                    "  vorn account UserCodeLogin account=demo@vorn.example\n"
+                    "The helper returns the reply map itself; vorn reports Success when its \"status\" is "
                     "\"success\", ResponseFailed otherwise, RequestRejected when the request could not start.");
     command->callback([&context, args] { context.action = [&context, args] { return runAccount(context, *args); }; });
 }

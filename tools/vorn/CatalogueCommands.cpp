@@ -11,6 +11,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <map>
+
 namespace {
 
 using InterfaceNames::Catalogue;
@@ -143,6 +145,16 @@ void addCatalogueVerb(CLI::App& app, CommandContext& context, Verb verb, const s
         ->capture_default_str();
     command->add_option("--token", args->token, "User token sent as X-Auth-Token (default: the helper's placeholder)")
         ->envname("VORN_TOKEN");
+    static const std::map<Verb, std::string> examples{
+        {Verb::Post, "  vorn post UserLogin account=demo@vorn.example password='scan3d!'\n"
+                     "  vorn post GetUserProfile userID:=1001 --token \"$VORN_TOKEN\""},
+        {Verb::PostV1, "  vorn postv1 GetUserProfile userID:=1001 -H X-Auth-Token=\"$VORN_TOKEN\""},
+        {Verb::PostV2, "  vorn postv2 GetDeviceAction sn=VS2024000123"},
+        {Verb::Get, "  vorn get FetchCountries\n  vorn get AuthToken token=\"$VORN_TOKEN\""},
+    };
+    command->footer("Examples:\n" + examples.at(verb) +
+                    "\nExit status: the result code (0 Success, 3 MissingField, 4 UnknownInterface, 6 ResponseFailed, "
+                    "...; 'vorn codes').");
     command->callback([&context, args] { context.action = [&context, args] { return runCatalogueCall(context, *args); }; });
 }
 

@@ -242,6 +242,8 @@ void addDemoCommand(CLI::App& app, CommandContext& context)
         "demo", "A guided tour: starts a local cloud, walks through every part of the library, cleans up");
     demo->add_option("--devcloud", *devcloud, "The nubra-devcloud binary (default: beside vorn, then PATH)");
     demo->add_flag("--stop-at-failure", *stopAtFailure, "Skip the remaining steps after a failed one");
+    demo->footer("Exit status: 0 when no step failed (skipped steps are not failures), 70 when one did or the "
+                 "local cloud did not start, 130 on Ctrl-C (the cloud is stopped and its files removed).");
     demo->callback([&context, options, devcloud, stopAtFailure] {
         context.action = [&context, options, devcloud, stopAtFailure] {
             options->devcloudBinary = QString::fromStdString(*devcloud);

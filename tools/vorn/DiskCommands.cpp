@@ -124,7 +124,9 @@ void addDiskCommands(CLI::App& app, CommandContext& context)
     CLI::App* disk = app.add_subcommand(
         "disk", "Run a cloud-disk request (VornCloudDiskRequest): spaces, upload tokens, the upload queue");
     args->addTo(*disk, "Cloud-disk entry: FetchFrontSpace, getDefaultSpaceInfo, 1, ... (see 'vorn interfaces')");
-    disk->footer("The helper returns the reply map itself; vorn reports Success when its \"status\" is \"success\", "
+    disk->footer("Examples:\n  vorn disk FetchFrontSpace --token \"$VORN_TOKEN\"\n"
+                 "  vorn disk ChangeSpace spaceId:=2 --token \"$VORN_TOKEN\"\n"
+                 "The helper returns the reply map itself; vorn reports Success when its \"status\" is \"success\", "
                  "ResponseFailed otherwise, RequestRejected when the request could not start. StartUploadStart shows "
                  "the upload's progress on standard error.");
     disk->callback([&context, args] { context.action = [&context, args] { return runDisk(context, *args); }; });
@@ -135,6 +137,8 @@ void addDiskCommands(CLI::App& app, CommandContext& context)
     uploadCommand->add_option("files", upload->files, "Files to upload")->required();
     uploadCommand->add_option("--space", upload->spaceId, "Space id (default: the user's front space)");
     uploadCommand->add_option("--token", upload->token, "User token (vorn login prints one)")->envname("VORN_TOKEN");
+    uploadCommand->footer("Example:\n  vorn upload scan-0001.vscan --space 2 --token \"$VORN_TOKEN\"\n"
+                          "Progress goes to standard error; the answer lists every file with its status.");
     uploadCommand->callback([&context, upload] {
         context.action = [&context, upload] { return runUpload(context, *upload); };
     });

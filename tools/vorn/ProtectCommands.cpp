@@ -174,6 +174,8 @@ void addProtectCommands(CLI::App& app, CommandContext& context)
         ->check(CLI::ExistingFile);
     protectCommand->add_option("-o,--out", protect->out,
                                "Write the protected text to this file (serializeFile / serializeData(object, file))");
+    protectCommand->footer("Examples:\n  vorn protect 'some text'\n  vorn protect --json-file settings.json -o settings.dat\n"
+                           "Exit status: 0, or 8 (SerializeFailed) for empty input or an unwritable --out.");
     protectCommand->callback([&context, protect] {
         context.action = [&context, protect] { return runProtect(context, *protect); };
     });
@@ -186,6 +188,9 @@ void addProtectCommands(CLI::App& app, CommandContext& context)
         ->check(CLI::ExistingFile);
     unprotectCommand->add_option("--key", unprotect->key, "Restore with this key instead of the built-in one");
     unprotectCommand->add_option("-o,--out", unprotect->out, "Also write the restored text to this file");
+    unprotectCommand->footer("Examples:\n  vorn unprotect w92I8OxNhmhCmtFSHfVNfw==\n  vorn unprotect --file settings.dat\n"
+                             "The helper cannot tell a wrong key or text that was never protected: it always "
+                             "answers 0 and returns what decrypts.");
     unprotectCommand->callback([&context, unprotect] {
         context.action = [&context, unprotect] { return runUnprotect(context, *unprotect); };
     });

@@ -138,6 +138,8 @@ void addSubscribeCommands(CLI::App& app, CommandContext& context)
         ->capture_default_str();
     command->add_option("--token", args->token, "User token: the broker user name and credential")
         ->envname("VORN_TOKEN");
+    command->footer("Example:\n  vorn subscribe 'devices/+/status' --count 1 --seconds 30 --token \"$VORN_TOKEN\"\n"
+                    "Exit status: 0 done, 1 fewer than --count messages, 9 the broker refused, 130 Ctrl-C.");
     command->callback([&context, args] { context.action = [&context, args] { return runSubscribe(context, *args); }; });
 }
 

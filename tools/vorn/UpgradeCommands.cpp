@@ -329,6 +329,7 @@ void addUpgradeCommands(CLI::App& app, CommandContext& context)
     auto checkArgs = std::make_shared<UpgradeArgs>();
     CLI::App* check = upgrade->add_subcommand("check", "Register, then ask for a newer version (checkSoftwareUpgrade)");
     checkArgs->registration.addTo(*check);
+    check->footer("Example:\n  vorn upgrade check --model 'VS-300 Pro' --version 2.0.0 --lang de");
     check->callback([&context, checkArgs] {
         context.action = [&context, checkArgs] { return runCheck(context, *checkArgs); };
     });
@@ -338,7 +339,8 @@ void addUpgradeCommands(CLI::App& app, CommandContext& context)
         "download", "Register, then download a package with progress (startDownloadSoftware); Ctrl-C pauses");
     downloadArgs->registration.addTo(*download);
     download->add_option("--to", downloadArgs->target, "Version to download (default: the newest the check finds)");
-    download->footer("Exit status: 0 downloadSuccess, 6 downloadFail, 130 paused (run again to resume), else the "
+    download->footer("Example:\n  vorn upgrade download --model VS-200 --version 1.1.0 --dir ./packages\n"
+                     "Exit status: 0 downloadSuccess, 6 downloadFail, 130 paused (run again to resume), else the "
                      "result code.");
     download->callback([&context, downloadArgs] {
         context.action = [&context, downloadArgs] { return runDownload(context, *downloadArgs); };
@@ -361,6 +363,10 @@ void addUpgradeCommands(CLI::App& app, CommandContext& context)
     file->add_option("-s,--seconds", fileArgs->seconds, "How long to wait for the file")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    file->footer("Example:\n  vorn download http://127.0.0.1:8080/files/scanner-manual.pdf ./downloads/\n"
+                 "downloadFile itself reports only whether it was accepted; vorn waits for the file and reads "
+                 "progress and errors from the helper's log lines. Exit status: 0 complete, 7 failed, 1 not complete "
+                 "in time.");
     file->callback([&context, fileArgs] {
         context.action = [&context, fileArgs] { return runFileDownload(context, *fileArgs); };
     });
