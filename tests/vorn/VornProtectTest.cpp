@@ -12,14 +12,14 @@
 
 namespace {
 
-QJsonObject jsonOf(const VornRun& run) { return QJsonDocument::fromJson(run.out.toUtf8()).object(); }
+[[maybe_unused]] QJsonObject jsonOf(const VornRun& run) { return QJsonDocument::fromJson(run.out.toUtf8()).object(); }
 
 std::string describe(const VornRun& run)
 {
     return QStringLiteral("exit %1\n--- stdout\n%2--- stderr\n%3").arg(run.exitStatus).arg(run.out, run.err).toStdString();
 }
 
-bool writeFile(const QString& path, const QByteArray& content)
+[[maybe_unused]] bool writeFile(const QString& path, const QByteArray& content)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
