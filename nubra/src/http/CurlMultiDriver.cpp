@@ -2,6 +2,7 @@
 
 #include "http/CurlTransfer.h"
 
+#include <QPointer>
 #include <QSocketNotifier>
 
 namespace Nubra {
@@ -23,6 +24,9 @@ CurlMultiDriver::CurlMultiDriver(QObject* parent)
     curl_multi_setopt(m_multi, CURLMOPT_TIMERDATA, this);
     curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, 16L);
     m_timer.setSingleShot(true);
+    // curl asks for short wake-ups (often 0 or 1 ms); a coarse timer would
+    // stretch them by up to 5%.
+    m_timer.setTimerType(Qt::PreciseTimer);
     connect(&m_timer, &QTimer::timeout, this, &CurlMultiDriver::timeoutReached);
 }
 
@@ -132,6 +136,9 @@ void CurlMultiDriver::timeoutReached()
 
 void CurlMultiDriver::collectCompleted()
 {
+    // complete() runs the owners' code, which may delete this driver (with
+    // its manager): stop reading messages then.
+    const QPointer<CurlMultiDriver> self(this);
     int pending = 0;
     while (CURLMsg* message = curl_multi_info_read(m_multi, &pending)) {
         if (message->msg != CURLMSG_DONE)
@@ -145,6 +152,8 @@ void CurlMultiDriver::collectCompleted()
         remove(transfer);
         // The transfer's owner may delete it from here on.
         transfer->complete(result);
+        if (!self)
+            return;
     }
 }
 

@@ -3,6 +3,9 @@
 #include "http/CurlErrorMap.h"
 #include "http/CurlMultiDriver.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace Nubra {
 
 CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
@@ -44,12 +47,17 @@ void CurlTransfer::setUrl(const QUrl& url)
 
 void CurlTransfer::setMethod(const QByteArray& method)
 {
+    m_method = method;
     if (method == "GET") {
         curl_easy_setopt(m_easy, CURLOPT_HTTPGET, 1L);
     } else if (method == "POST") {
         curl_easy_setopt(m_easy, CURLOPT_POST, 1L);
     } else if (method == "PUT") {
         curl_easy_setopt(m_easy, CURLOPT_UPLOAD, 1L);
+        // An upload reads its body through the read callback, which
+        // defaults to reading stdin: serve an in-memory body from there.
+        if (!m_source && !m_body.isNull())
+            readBodyFromMemory();
     } else {
         curl_easy_setopt(m_easy, CURLOPT_CUSTOMREQUEST, method.constData());
     }
@@ -66,8 +74,28 @@ void CurlTransfer::addHeader(const QByteArray& name, const QByteArray& value)
 void CurlTransfer::setBody(const QByteArray& body)
 {
     m_body = body;
+    if (m_body.isNull())
+        m_body = QByteArray(""); // empty, but marked as given
+    if (m_method == "PUT") {
+        readBodyFromMemory();
+        return;
+    }
     curl_easy_setopt(m_easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(m_body.size()));
     curl_easy_setopt(m_easy, CURLOPT_POSTFIELDS, m_body.constData());
+}
+
+void CurlTransfer::readBodyFromMemory()
+{
+    m_bodyOffset = 0;
+    setBodySource(
+        [this](char* buffer, size_t size) {
+            const size_t left = size_t(m_body.size()) - m_bodyOffset;
+            const size_t count = std::min(size, left);
+            std::memcpy(buffer, m_body.constData() + m_bodyOffset, count);
+            m_bodyOffset += count;
+            return count;
+        },
+        m_body.size());
 }
 
 void CurlTransfer::setBodySource(BodySource source, qint64 size)
@@ -161,8 +189,11 @@ void CurlTransfer::complete(CURLcode result)
         curl_easy_getinfo(m_easy, CURLINFO_SSL_VERIFYRESULT, &verify);
         m_sslErrors = sslErrorsFor(result, verify);
     }
+    // A receiver of the final progress may delete the transfer.
+    const QPointer<CurlTransfer> self(this);
     emitProgress(true);
-    emit completed(int(result));
+    if (self)
+        emit completed(int(result));
 }
 
 size_t CurlTransfer::writeCallback(char* data, size_t size, size_t count, void* self)
