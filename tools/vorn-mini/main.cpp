@@ -35,9 +35,12 @@ QByteArray shortJson(const QVariant& payload)
     return json;
 }
 
-void show(const char* call, NubraCommon::ErrorCode code, const QVariant& payload)
+// payload is read after the call ran: it points at the call's result.
+template <typename Payload>
+void show(const char* call, NubraCommon::ErrorCode code, const Payload* payload)
 {
-    std::printf("%-58s -> %2d %-16s %s\n", call, int(code), codeName(code), shortJson(payload).constData());
+    std::printf("%-58s -> %2d %-16s %s\n", call, int(code), codeName(code),
+                shortJson(QVariant::fromValue(*payload)).constData());
     std::fflush(stdout);
 }
 
@@ -69,47 +72,42 @@ int main(int argc, char** argv)
     QVariantMap result;
     QVariant any;
 
-    show("post fetchCountries", helper->post(Interface::FetchCountries, {}, result, {}, timeout), result);
+    show("post fetchCountries", helper->post(Interface::FetchCountries, {}, result, {}, timeout), &result);
     show("post getUserProfile (placeholder token \"vqmpz\")",
-         helper->post(Interface::GetUserProfile, {{"userID", 1001}}, result, {}, timeout), result);
+         helper->post(Interface::GetUserProfile, {{"userID", 1001}}, result, {}, timeout), &result);
 
     const auto login = helper->post(Interface::UserLogin, {{"account", "demo@vorn.example"}, {"password", "scan3d!"}},
                                     result, {}, timeout);
     const QString token = result.value("token").toString();
     result.insert("token", token.left(6) + "..."); // no secrets on the screen
-    show("post userLogin demo@vorn.example", login, result);
+    show("post userLogin demo@vorn.example", login, &result);
     helper->setUserToken(token);
 
     show("post getUserProfile {userID: 1001}",
-         helper->post(Interface::GetUserProfile, {{"userID", 1001}}, result, {}, timeout), result);
+         helper->post(Interface::GetUserProfile, {{"userID", 1001}}, result, {}, timeout), &result);
     show("post getDeviceAction {sn: VS2024000123}",
-         helper->post(Interface::GetDeviceAction, {{"sn", "VS2024000123"}}, result, {}, timeout), result);
+         helper->post(Interface::GetDeviceAction, {{"sn", "VS2024000123"}}, result, {}, timeout), &result);
     show("postv2 parseScanPackage",
          helper->postv2(Interface::ParseScanPackage,
-                        {{"sn", "VS2024000123"}, {"bucket", "scans-eu"}, {"dfsID", "dfs-7f3a9c01"}}, any, {}, timeout),
-         any);
+                        {{"sn", "VS2024000123"}, {"bucket", "scans-eu"}, {"dfsID", "dfs-7f3a9c01"}}, any, {}, timeout), &any);
     show("get listFAPackageInstance (whole reply map)",
-         helper->get(Interface::ListFAPackageInstance, {}, result, timeout), result);
+         helper->get(Interface::ListFAPackageInstance, {}, result, timeout), &result);
     show("post authToken (token as query parameter)",
-         helper->post(Interface::AuthToken, {}, result, {{"token", token}}, timeout), result);
+         helper->post(Interface::AuthToken, {}, result, {{"token", token}}, timeout), &result);
 
     std::printf("\nFailures:\n");
     result.clear();
-    show("post interface 7 (not in the catalogue)", helper->post(Interface(7), {}, result, {}, timeout), result);
-    show("post getDeviceAction without \"sn\"", helper->post(Interface::GetDeviceAction, {}, result, {}, timeout),
-         result);
+    show("post interface 7 (not in the catalogue)", helper->post(Interface(7), {}, result, {}, timeout), &result);
+    show("post getDeviceAction without \"sn\"", helper->post(Interface::GetDeviceAction, {}, result, {}, timeout), &result);
     show("post getDeviceAction, cloud answers after 2 s, wait 500 ms",
          helper->post(Interface::GetDeviceAction, {{"sn", "VS2024000123"}, {"devcloudFault", "delay=2000"}}, result,
-                      {}, 500),
-         result);
+                      {}, 500), &result);
     show("post getDeviceAction, cloud reports failure",
          helper->post(Interface::GetDeviceAction, {{"sn", "VS2024000123"}, {"devcloudFault", "failure"}}, result, {},
-                      timeout),
-         result);
+                      timeout), &result);
     result.clear();
     show("post getDeviceAction, cloud drops the connection",
          helper->post(Interface::GetDeviceAction, {{"sn", "VS2024000123"}, {"devcloudFault", "drop"}}, result, {},
-                      timeout),
-         result);
+                      timeout), &result);
     return 0;
 }
