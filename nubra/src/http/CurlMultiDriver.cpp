@@ -48,6 +48,22 @@ bool CurlMultiDriver::add(CurlTransfer* transfer)
     if (curl_multi_add_handle(m_multi, transfer->handle()) != CURLM_OK)
         return false;
     m_active.insert(transfer);
+    // Start at once rather than on the next loop turn: on a kept-alive
+    // connection the request leaves before the caller has even connected
+    // to its reply. Completions are still reported from the event loop
+    // only, never from inside add() (that is, inside Manager::request()).
+    int running = 0;
+    curl_multi_socket_action(m_multi, CURL_SOCKET_TIMEOUT, 0, &running);
+    if (size_t(running) < m_active.size() && !m_collectQueued) {
+        m_collectQueued = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_collectQueued = false;
+                collectCompleted();
+            },
+            Qt::QueuedConnection);
+    }
     return true;
 }
 
@@ -108,16 +124,15 @@ void CurlMultiDriver::unwatchSocket(curl_socket_t socket)
     auto it = m_sockets.find(socket);
     if (it == m_sockets.end())
         return;
-    // This may run inside the notifier's own activated() signal: disable
-    // now, delete once control is back in the event loop.
-    for (QSocketNotifier* notifier : {it->second.read, it->second.write}) {
-        if (notifier) {
+    // curl says this at the end of every transfer on a kept-alive
+    // connection, and the next transfer wants the same socket again: keep
+    // the notifiers, disabled, for the next watchSocket() of this socket
+    // number (a notifier holds nothing but the number). This may run
+    // inside the notifier's own activated() signal, so nothing is deleted
+    // here.
+    for (QSocketNotifier* notifier : {it->second.read, it->second.write})
+        if (notifier)
             notifier->setEnabled(false);
-            notifier->disconnect(this);
-            notifier->deleteLater();
-        }
-    }
-    m_sockets.erase(it);
 }
 
 void CurlMultiDriver::socketReady(curl_socket_t socket, int events)

@@ -47,6 +47,7 @@ private:
     QTimer m_timer;
     std::unordered_map<curl_socket_t, SocketWatch> m_sockets;
     std::unordered_set<CurlTransfer*> m_active;
+    bool m_collectQueued = false;
 };
 
 } // namespace Nubra
