@@ -3,6 +3,8 @@
 #include "http/CurlTransfer.h"
 
 #include <QPointer>
+
+#include <algorithm>
 #include <QSocketNotifier>
 
 namespace Nubra {
@@ -89,10 +91,18 @@ int CurlMultiDriver::timerCallback(CURLM*, long timeoutMs, void* driver)
     auto* self = static_cast<CurlMultiDriver*>(driver);
     // curl_multi_socket_action() must not be called from inside this
     // callback; a zero-length timer calls it on the next loop turn instead.
-    if (timeoutMs < 0)
-        self->m_timer.stop();
-    else
-        self->m_timer.start(int(timeoutMs));
+    //
+    // Qt keeps its timers in one list sorted by deadline and finds a timer
+    // to stop by walking it from the front. Each blocking call of the
+    // helper leaves a single-shot timer there until its time-out, so under
+    // load the list holds thousands of timers with deadlines seconds ahead.
+    // Far deadlines are therefore capped (curl copes with an early wake-up:
+    // it just asks for the remaining time again), keeping this timer near
+    // the front, and a timer curl no longer needs is left to run out
+    // instead of being stopped.
+    constexpr long kLongestWaitMs = 500;
+    if (timeoutMs >= 0)
+        self->m_timer.start(int(std::min(timeoutMs, kLongestWaitMs)));
     return 0;
 }
 
