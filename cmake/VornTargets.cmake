@@ -3,10 +3,10 @@
 
 function(vorn_target_defaults target)
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
-    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow=local
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic
                                              -Wnon-virtual-dtor -Woverloaded-virtual)
-    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-      target_compile_options(${target} PRIVATE -Wno-shadow-field-in-constructor)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      target_compile_options(${target} PRIVATE -Wshadow=local)
     endif()
     if(VORN_WERROR)
       target_compile_options(${target} PRIVATE -Werror)

@@ -1,6 +1,7 @@
 #include "DevCloud.h"
 
 #include "Seed.h"
+#include "services/MessageService.h"
 #include "services/Services.h"
 
 #include <QDir>
@@ -86,6 +87,7 @@ bool DevCloud::setUp(QString* error)
         ServiceContext{m_server, *m_router, m_store, m_dataDir, baseUrl(), m_configSections});
     registerGeneralService(*m_context);
     registerAccountService(*m_context);
+    m_messages = registerMessageService(*m_context);
 
     m_server.Get("/devcloud/health", [](const httplib::Request&, httplib::Response& response) {
         writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")}});

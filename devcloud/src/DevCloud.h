@@ -13,6 +13,7 @@
 namespace devcloud {
 
 struct ServiceContext;
+class MessageHub;
 
 struct Options {
     QString host = QStringLiteral("127.0.0.1");
@@ -48,6 +49,8 @@ private:
     QString m_dataDir;
     bool m_ownsDataDir = false;
     int m_port = 0;
+    // Last, so that the broker stops first.
+    std::unique_ptr<MessageHub> m_messages;
 };
 
 } // namespace devcloud

@@ -1,6 +1,7 @@
 // nubra-devcloud: a real cloud on loopback for development, demos and tests.
 
 #include "DevCloud.h"
+#include "PublishCommand.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -30,8 +31,26 @@ int main(int argc, char** argv)
     QCommandLineOption configOption(QStringLiteral("write-config"),
                                     QStringLiteral("Write a client configuration pointing at this cloud."),
                                     QStringLiteral("file"));
-    parser.addOptions({portOption, hostOption, dataOption, configOption});
+    QCommandLineOption publishOption(QStringLiteral("publish"),
+                                     QStringLiteral("Publish one message to the broker of a running dev cloud "
+                                                    "(needs --config) and exit. Usage: --publish TOPIC PAYLOAD."),
+                                     QStringLiteral("topic"));
+    QCommandLineOption readConfigOption(QStringLiteral("config"),
+                                        QStringLiteral("Client configuration written by a running dev cloud."),
+                                        QStringLiteral("file"));
+    parser.addOptions({portOption, hostOption, dataOption, configOption, publishOption, readConfigOption});
+    parser.addPositionalArgument(QStringLiteral("payload"), QStringLiteral("With --publish: the message text."));
     parser.process(app);
+
+    if (parser.isSet(publishOption)) {
+        const QStringList rest = parser.positionalArguments();
+        if (rest.size() != 1) {
+            std::fprintf(stderr, "nubra-devcloud: --publish TOPIC takes exactly one PAYLOAD\n");
+            return 2;
+        }
+        return devcloud::publishFromCommandLine(parser.value(readConfigOption), parser.value(publishOption),
+                                                rest.first().toUtf8());
+    }
 
     bool portOk = false;
     devcloud::Options options;

@@ -8,7 +8,11 @@
 
 #include <httplib.h>
 
+#include <memory>
+
 namespace devcloud {
+
+class MessageHub;
 
 // What every service gets when it registers its routes.
 struct ServiceContext {
@@ -27,5 +31,7 @@ struct ServiceContext {
 // One function per service, each in its own file.
 void registerGeneralService(ServiceContext& context);
 void registerAccountService(ServiceContext& context);
+// The broker lives as long as the returned hub (owned by DevCloud).
+std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context);
 
 } // namespace devcloud

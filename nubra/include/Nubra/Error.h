@@ -52,6 +52,7 @@ public:
         NotAuthorized = 501,
         SubscribeRejected = 502,
         ConnectionLost = 503,      // gave up reconnecting after a drop
+        NotConnected = 504,        // "subscribe" without a live "connectToServer"
         MessagingErrorOther = 599,
 
         // 600-699: local files.

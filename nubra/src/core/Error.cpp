@@ -33,6 +33,7 @@ QString Error::describe(ErrorCode code)
     case NotAuthorized: return QStringLiteral("not authorized");
     case SubscribeRejected: return QStringLiteral("subscription rejected");
     case ConnectionLost: return QStringLiteral("connection lost");
+    case NotConnected: return QStringLiteral("not connected to the message broker");
     case MessagingErrorOther: return QStringLiteral("messaging error");
     case FileOpenFailed: return QStringLiteral("cannot open file");
     case FileWriteFailed: return QStringLiteral("cannot write file");

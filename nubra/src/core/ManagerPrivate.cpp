@@ -2,6 +2,7 @@
 
 #include "http/CurlMultiDriver.h"
 #include "http/HttpApiService.h"
+#include "mqtt/MessageService.h"
 
 #include <Nubra/Manager.h>
 
@@ -15,6 +16,7 @@ ManagerPrivate::ManagerPrivate(Manager* manager)
     context.curl = curl;
 
     // Services with fixed request names first, the request table last.
+    services.push_back(std::make_unique<MessageService>(context));
     services.push_back(std::make_unique<HttpApiService>(context));
 }
 

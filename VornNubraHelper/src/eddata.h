@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+// The protected-data codec: AES-128 in ECB mode with zero padding under a
+// built-in 16-byte key, then standard base64 ("=" padding, no line breaks).
+// Every std::string here is a byte string. All members are static,
+// reentrant and never throw for any input.
+//
+// Protected text of n input bytes is 4 * ceil(m / 3) characters long, m
+// being n rounded up to a multiple of 16 (an empty input gives an empty
+// text). Restoring does not strip the zero padding: the result is the
+// decrypted blocks as they are, and callers cut at the first zero byte.
+class EDData {
+public:
+    EDData() = default;
+
+    static std::string base64_encode(const unsigned char* bytes, unsigned int length);
+    // Decodes up to the first "=" or other character outside the alphabet,
+    // silently ignoring the rest; a final lone character yields nothing.
+    static std::string base64_decode(const std::string& text);
+
+    static std::string global_serialize(std::string plain);
+    static std::string global_deserialize(const std::string& text);
+    // Restores with the caller's AES-128 key (first argument).
+    static std::string global_deserialize(const std::string& key, const std::string& text);
+
+    // The whole file, or an empty string after printing "readfile fail!<path>"
+    // on standard output.
+    static std::string readFile(std::string path);
+    // Truncates or creates the file; true when it could be opened.
+    static bool writeFile(std::string path, std::string content);
+};

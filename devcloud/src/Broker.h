@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <sys/types.h>
+
+namespace devcloud {
+
+// A real mosquitto broker run as a child process on a loopback port, with a
+// generated configuration: TCP_NODELAY on, no anonymous clients, and a
+// password file holding the dev cloud's publisher account and every
+// unexpired user token (user name = password = the token). Thread-safe.
+class Broker {
+public:
+    Broker();
+    ~Broker(); // stops the broker and removes its files
+
+    // Starts on a free port (the first time) or on the port used before.
+    bool start(QString* error);
+    // SIGTERM, then reaps the process (SIGKILL after 5 s).
+    void stop();
+    bool isRunning() const;
+
+    // Rewrites the password file for these tokens and, when the broker runs,
+    // has it reload the file; returns after the broker reported the reload.
+    bool setTokens(const QStringList& tokens, QString* error);
+
+    int port() const { return m_port; }
+    QString host() const { return QStringLiteral("127.0.0.1"); }
+    QString publisherUsername() const { return QStringLiteral("devcloud-publisher"); }
+    QString publisherPassword() const { return m_publisherPassword; }
+    // Where the broker's own log goes.
+    QString logPath() const;
+
+private:
+    bool writePasswordFile(const QStringList& tokens, QString* error);
+    bool writeConfigFile(QString* error);
+    bool launch(QString* error);
+    void readOutput(int fd);
+    // Waits until the broker's log holds more than `count` lines matching a
+    // marker; false on time-out or exit.
+    bool waitForLogCount(int* counter, int count, int timeoutMs);
+
+    mutable std::mutex m_mutex; // guards the process and the files
+    std::mutex m_logMutex;
+    std::condition_variable m_logChanged;
+    QString m_dir;
+    QString m_publisherPassword;
+    int m_port = 0;
+    pid_t m_pid = -1;
+    std::thread m_reader;
+    int m_runningLines = 0;
+    int m_reloadLines = 0;
+    bool m_readerDone = true;
+    uid_t m_brokerUid = uid_t(-1);
+    gid_t m_brokerGid = gid_t(-1);
+};
+
+} // namespace devcloud

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Broker.h"
+#include "BrokerPublisher.h"
+
+#include <QStringList>
+
+#include <memory>
+#include <mutex>
+
+namespace devcloud {
+
+class Store;
+
+// The dev cloud's message server: a mosquitto broker, the cloud's own
+// publishing connection to it, and the broker's view of the user tokens.
+// Owned by DevCloud; destroying it stops the broker.
+class MessageHub {
+public:
+    explicit MessageHub(Store& store);
+    ~MessageHub();
+
+    bool start(QString* error);
+    // Stops the broker, waits downMs, starts it again on the same port and
+    // waits until the cloud's publisher is connected again.
+    bool restart(int downMs, QString* error);
+    bool stopBroker();
+    bool startBroker(QString* error);
+
+    // Makes the broker accept every unexpired token when a token was issued
+    // since the last call; cheap when nothing changed.
+    void syncTokens();
+
+    bool publish(const QString& topic, const QByteArray& payload, int qos, bool retain, QString* error);
+
+    Broker& broker() { return m_broker; }
+
+private:
+    bool reconnectPublisher(int connectsBefore, QString* error);
+
+    Store& m_store;
+    Broker m_broker;
+    std::unique_ptr<BrokerPublisher> m_publisher;
+    std::mutex m_syncMutex;
+    qint64 m_lastTokenRow = -1;
+};
+
+} // namespace devcloud

@@ -1,0 +1,200 @@
+// The client's message service on its own (Nubra::Manager) against the
+// private dev cloud's broker: credentials, restored subscriptions, the
+// give-up policy and the explicit end.
+
+#include "BrokerTestSupport.h"
+
+#include <Nubra/Manager.h>
+#include <Nubra/Reply.h>
+
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+using BrokerTest::waitUntil;
+using Nubra::Error;
+
+struct ReplyDeleter {
+    void operator()(Nubra::Reply* reply) const { reply->deleteLater(); }
+};
+using ReplyPtr = std::unique_ptr<Nubra::Reply, ReplyDeleter>;
+
+class MessageService : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        manager = std::make_unique<Nubra::Manager>();
+        ReplyPtr config(manager->setConfigPath(BrokerTest::cloud().configPath(), {}));
+        ASSERT_EQ(config->status(), 0);
+        token = BrokerTest::signIn();
+        ASSERT_FALSE(token.isEmpty());
+    }
+    void TearDown() override
+    {
+        ReplyPtr(manager->request("disconnectFromServer", {}, {}));
+        BrokerTest::postAdmin("/devcloud/broker/start");
+    }
+
+    // Starts "connectToServer" and waits for its finished().
+    ReplyPtr connectAs(const QVariantMap& record, QVariantMap* finishedMap = nullptr)
+    {
+        ReplyPtr reply(manager->request("connectToServer", record, {}));
+        EXPECT_EQ(reply->status(), 0);
+        QSignalSpy finished(reply.get(), &Nubra::Reply::finished);
+        EXPECT_TRUE(waitUntil([&] { return !finished.isEmpty(); }));
+        if (finishedMap && !finished.isEmpty())
+            *finishedMap = finished[0][0].toMap();
+        return reply;
+    }
+    ReplyPtr subscribeTo(const QVariantList& topics)
+    {
+        ReplyPtr reply(manager->request("subscribe", {{"topic", topics}, {"qos", 0}}, {}));
+        EXPECT_EQ(reply->status(), 0);
+        QSignalSpy finished(reply.get(), &Nubra::Reply::finished);
+        EXPECT_TRUE(waitUntil([&] { return !finished.isEmpty(); }));
+        return reply;
+    }
+    // Shortens the reconnection policy of this manager.
+    void useQuickReconnect(int maxAttempts)
+    {
+        QVariantMap mqtt = manager->configData().value("mqtt").toMap();
+        mqtt["reconnect"] = QVariantMap{{"initialDelayMs", 50}, {"maxDelayMs", 200}, {"maxAttempts", maxAttempts}};
+        ReplyPtr(manager->setConfigData({{"mqtt", mqtt}}, {}));
+    }
+
+    std::unique_ptr<Nubra::Manager> manager;
+    QString token;
+};
+
+} // namespace
+
+TEST_F(MessageService, credentialsAreCheckedByTheBroker)
+{
+    const struct {
+        const char* name;
+        QVariantMap record;
+        Error::ErrorCode expected;
+    } cases[] = {
+        {"user token", {{"username", token}, {"serverAuthentication", 1u}}, Error::NoError},
+        {"unknown token", {{"username", "forged-token"}, {"serverAuthentication", 1u}}, Error::NotAuthorized},
+        {"no credentials", {{"serverAuthentication", 0u}}, Error::NotAuthorized},
+        {"authentication without a name", {{"serverAuthentication", 1u}}, Error::NotAuthorized},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ReplyPtr reply(manager->request("connectToServer", c.record, {}));
+        ASSERT_EQ(reply->status(), 0);
+        QSignalSpy errors(reply.get(), &Nubra::Reply::errorOccurred);
+        QSignalSpy connected(reply.get(), &Nubra::Reply::connected);
+        QSignalSpy finished(reply.get(), &Nubra::Reply::finished);
+        ASSERT_TRUE(waitUntil([&] { return !finished.isEmpty(); }));
+        const QVariantMap map = finished[0][0].toMap();
+        if (c.expected == Error::NoError) {
+            EXPECT_TRUE(errors.isEmpty());
+            EXPECT_EQ(connected.size(), 1);
+            EXPECT_EQ(map.value("status").toString(), "success");
+        } else {
+            ASSERT_EQ(errors.size(), 1);
+            EXPECT_EQ(errors[0][0].value<Error::ErrorCode>(), c.expected);
+            EXPECT_EQ(map.value("errorCode").toInt(), int(c.expected));
+            EXPECT_TRUE(connected.isEmpty());
+        }
+    }
+}
+
+TEST_F(MessageService, invalidRequestsAreRefusedAtOnce)
+{
+    const struct {
+        const char* name;
+        QVariantMap record;
+        Error::ErrorCode expected;
+    } subscribeCases[] = {
+        {"no topic", {{"qos", 0}}, Error::InvalidArgument},
+        {"empty list", {{"topic", QVariantList{}}}, Error::InvalidArgument},
+        {"bad filter", {{"topic", QVariantList{"a/#/b"}}}, Error::InvalidArgument},
+        {"bad qos", {{"topic", QVariantList{"a"}}, {"qos", 3}}, Error::InvalidArgument},
+    };
+    // Without a connection every subscribe is refused.
+    ReplyPtr orphan(manager->request("subscribe", {{"topic", QVariantList{"a"}}}, {}));
+    EXPECT_EQ(orphan->status(), int(Error::NotConnected));
+
+    ReplyPtr connection = connectAs({{"username", token}, {"serverAuthentication", 1u}});
+    for (const auto& c : subscribeCases) {
+        SCOPED_TRACE(c.name);
+        ReplyPtr reply(manager->request("subscribe", c.record, {}));
+        EXPECT_EQ(reply->status(), int(c.expected));
+    }
+    ReplyPtr badMode(manager->request("connectToServer", {{"serverAuthentication", 7u}}, {}));
+    EXPECT_EQ(badMode->status(), int(Error::InvalidArgument));
+}
+
+TEST_F(MessageService, unreachableBrokerFailsTheFirstConnectionWithoutRetrying)
+{
+    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/stop"));
+    ReplyPtr reply(manager->request("connectToServer", {{"username", token}, {"serverAuthentication", 1u}}, {}));
+    QSignalSpy errors(reply.get(), &Nubra::Reply::errorOccurred);
+    ASSERT_TRUE(waitUntil([&] { return !errors.isEmpty(); }));
+    EXPECT_EQ(errors[0][0].value<Error::ErrorCode>(), Error::BrokerUnreachable);
+}
+
+TEST_F(MessageService, subscriptionsAreRestoredAfterABrokerRestart)
+{
+    ReplyPtr connection = connectAs({{"username", token}, {"serverAuthentication", 1u}});
+    QSignalSpy reconnected(connection.get(), &Nubra::Reply::connected);
+    QSignalSpy dropped(connection.get(), &Nubra::Reply::disconnected);
+    QSignalSpy aborted(connection.get(), qOverload<>(&Nubra::Reply::abort));
+    ReplyPtr subscription = subscribeTo({"vorn/service/restore"});
+    QSignalSpy resubscribed(subscription.get(), &Nubra::Reply::subscribed);
+    QSignalSpy received(subscription.get(), &Nubra::Reply::received);
+
+    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/restart", {{"downMs", 200}}));
+    ASSERT_TRUE(waitUntil([&] { return !resubscribed.isEmpty(); }));
+    EXPECT_EQ(dropped.size(), 1);
+    EXPECT_EQ(reconnected.size(), 1);
+    EXPECT_TRUE(aborted.isEmpty());
+
+    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/service/restore", {{"after", "restart"}}));
+    ASSERT_TRUE(waitUntil([&] { return !received.isEmpty(); }));
+    EXPECT_EQ(received[0][0].toString(), "vorn/service/restore");
+    EXPECT_EQ(received[0][1].toMap(), (QVariantMap{{"after", "restart"}}));
+}
+
+TEST_F(MessageService, givingUpReconnectingIsTheOnlyAbort)
+{
+    useQuickReconnect(3);
+    ReplyPtr connection = connectAs({{"username", token}, {"serverAuthentication", 1u}});
+    QSignalSpy dropped(connection.get(), &Nubra::Reply::disconnected);
+    QSignalSpy aborted(connection.get(), qOverload<>(&Nubra::Reply::abort));
+    ReplyPtr subscription = subscribeTo({"vorn/service/giveup"});
+
+    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/stop"));
+    ASSERT_TRUE(waitUntil([&] { return !aborted.isEmpty(); }));
+    EXPECT_EQ(aborted.size(), 1);
+    EXPECT_EQ(dropped.size(), 1);
+
+    // The connection is over: a new subscribe is refused.
+    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/start"));
+    ReplyPtr late(manager->request("subscribe", {{"topic", QVariantList{"x"}}}, {}));
+    EXPECT_EQ(late->status(), int(Error::NotConnected));
+}
+
+TEST_F(MessageService, disconnectEndsTheConnectionAtOnceWithoutAbort)
+{
+    ReplyPtr connection = connectAs({{"username", token}, {"serverAuthentication", 1u}});
+    ReplyPtr subscription = subscribeTo({"vorn/service/end"});
+    QSignalSpy dropped(connection.get(), &Nubra::Reply::disconnected);
+    QSignalSpy aborted(connection.get(), qOverload<>(&Nubra::Reply::abort));
+
+    ReplyPtr disconnect(manager->request("disconnectFromServer", {}, {}));
+    EXPECT_EQ(disconnect->status(), 0);
+    QSignalSpy finished(disconnect.get(), &Nubra::Reply::finished);
+    ASSERT_TRUE(waitUntil([&] { return !finished.isEmpty() && !dropped.isEmpty(); }));
+    EXPECT_EQ(finished[0][0].toMap().value("result").toMap().value("wasConnected").toBool(), true);
+    EXPECT_TRUE(aborted.isEmpty());
+    ReplyPtr late(manager->request("subscribe", {{"topic", QVariantList{"x"}}}, {}));
+    EXPECT_EQ(late->status(), int(Error::NotConnected));
+}

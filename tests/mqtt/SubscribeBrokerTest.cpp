@@ -1,0 +1,180 @@
+// The helper's subscription against a real mosquitto broker run by a
+// private dev cloud: helper -> nubra message service -> broker.
+
+#include "BrokerTestSupport.h"
+#include "HelperLogCapture.h"
+
+#include <VornNubraHelper.h>
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+class VornNubraHelperTestAccess {
+public:
+    static bool connected(VornNubraHelper* helper) { return helper->m_serverConnected; }
+};
+
+namespace {
+
+using BrokerTest::waitUntil;
+
+VornNubraHelper* helper() { return VornNubraHelper::getInstance(); }
+
+struct Message {
+    QString topic;
+    QVariantMap data;
+};
+
+// Records subscribeData in arrival order.
+class Recorder {
+public:
+    Recorder()
+    {
+        m_connection = QObject::connect(helper(), &VornNubraHelper::subscribeData,
+                                        [this](const QString& topic, const QVariantMap& data) {
+                                            messages.append({topic, data});
+                                        });
+    }
+    ~Recorder() { QObject::disconnect(m_connection); }
+    QList<Message> messages;
+
+private:
+    QMetaObject::Connection m_connection;
+};
+
+class BrokerSubscribe : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        const QString token = BrokerTest::signIn();
+        ASSERT_FALSE(token.isEmpty());
+        helper()->setUserToken(token);
+    }
+    void TearDown() override
+    {
+        helper()->disconnectFromServer();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+};
+
+QList<QByteArray> jsonSequence(const QString& tag, int count)
+{
+    QList<QByteArray> payloads;
+    for (int i = 0; i < count; ++i)
+        payloads.append(QJsonDocument(QJsonObject{{"tag", tag}, {"seq", i}, {"text", QString::fromUtf8("Gr\xc3\xbc\xc3\x9f")}})
+                            .toJson(QJsonDocument::Compact));
+    return payloads;
+}
+
+// Publishes a probe until one arrives: the subscription is live again.
+bool probeUntilDelivered(Recorder& recorder, const QString& topic)
+{
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const int before = recorder.messages.size();
+        if (!BrokerTest::publishOverHttp(topic, {{"probe", attempt}}))
+            return false;
+        if (waitUntil([&] { return recorder.messages.size() > before; }, 200))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+TEST_F(BrokerSubscribe, publishedMessagesArriveInOrderWithTopicAndDataUnchanged)
+{
+    Recorder recorder;
+    HelperLogCapture log;
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/order/#", "vorn/test/plain"}, 300), 1);
+    EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper()));
+    EXPECT_TRUE(log.contains("subscribed success"));
+
+    const QList<QByteArray> objects = jsonSequence("order", 50);
+    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/order/a", objects));
+    const QList<QByteArray> texts{"first line", "[1,2,3]", "{not json"};
+    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/plain", texts));
+    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/unrelated", {"{\"x\":1}"}));
+    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/order/b/c", {"{\"last\":true}"}));
+
+    const int expected = objects.size() + texts.size() + 1;
+    ASSERT_TRUE(waitUntil([&] { return recorder.messages.size() >= expected; }));
+    ASSERT_EQ(recorder.messages.size(), expected) << "nothing from unsubscribed topics";
+    for (int i = 0; i < objects.size(); ++i) {
+        EXPECT_EQ(recorder.messages[i].topic, "vorn/test/order/a");
+        EXPECT_EQ(recorder.messages[i].data, QJsonDocument::fromJson(objects[i]).object().toVariantMap()) << i;
+    }
+    for (int i = 0; i < texts.size(); ++i) {
+        const Message& m = recorder.messages[objects.size() + i];
+        EXPECT_EQ(m.topic, "vorn/test/plain");
+        EXPECT_EQ(m.data, (QVariantMap{{"payload", QString::fromUtf8(texts[i])}, {"encoding", "utf8"}}));
+    }
+    EXPECT_EQ(recorder.messages.last().topic, "vorn/test/order/b/c");
+    EXPECT_EQ(recorder.messages.last().data, (QVariantMap{{"last", true}}));
+}
+
+TEST_F(BrokerSubscribe, secondSubscribeWhileConnectedReturnsZeroAndKeepsTheFirstSubscription)
+{
+    Recorder recorder;
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/first"}, 200), 1);
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/second"}, 60000), 0);
+    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/second", {{"n", 1}}));
+    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/first", {{"n", 2}}));
+    ASSERT_TRUE(waitUntil([&] { return !recorder.messages.isEmpty(); }));
+    // Same publisher connection: "second" would have come first.
+    EXPECT_EQ(recorder.messages.first().topic, "vorn/test/first");
+}
+
+TEST_F(BrokerSubscribe, disconnectEndsTheFlowAndANewSubscribeStartsAgain)
+{
+    Recorder recorder;
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/old"}, 200), 1);
+    EXPECT_EQ(helper()->disconnectFromServer(), 0);
+    EXPECT_FALSE(VornNubraHelperTestAccess::connected(helper()));
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/new"}, 200), 1);
+
+    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/old", {{"n", 1}}));
+    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/new", {{"n", 2}}));
+    ASSERT_TRUE(waitUntil([&] { return !recorder.messages.isEmpty(); }));
+    ASSERT_EQ(recorder.messages.size(), 1);
+    EXPECT_EQ(recorder.messages.first().topic, "vorn/test/new");
+}
+
+TEST_F(BrokerSubscribe, messagesPublishedAfterABrokerRestartStillArrive)
+{
+    Recorder recorder;
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/restart"}, 200), 1);
+    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/restart", {{"downMs", 300}}));
+
+    ASSERT_TRUE(probeUntilDelivered(recorder, "vorn/test/restart"));
+    EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper())) << "a restored connection is not an abort";
+    recorder.messages.clear();
+    const QList<QByteArray> payloads = jsonSequence("restart", 20);
+    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/restart", payloads));
+    ASSERT_TRUE(waitUntil([&] { return recorder.messages.size() >= payloads.size(); }));
+    for (int i = 0; i < payloads.size(); ++i)
+        EXPECT_EQ(recorder.messages[i].data.value("seq").toInt(), i);
+}
+
+TEST_F(BrokerSubscribe, badCredentialEndsTheWaitEarly)
+{
+    HelperLogCapture log;
+    helper()->setUserToken("not-a-token-of-this-cloud");
+    // The broker refuses the connection; the helper's wait ends at once
+    // (0, not the 1 of a subscription that ran its full wait).
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/denied"}, 60000), 0);
+    EXPECT_FALSE(log.contains("subscribed success"));
+}
+
+TEST_F(BrokerSubscribe, invalidTopicFilterIsRejectedAndEndsTheWaitWithZero)
+{
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/#/bad"}, 60000), 0);
+    EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper())) << "kept set after a rejected subscription";
+}
+
+TEST_F(BrokerSubscribe, withoutUserNameNoCredentialIsSentAndTheBrokerRefuses)
+{
+    EXPECT_EQ(helper()->subscribe(QString(), {}, {"vorn/test/anonymous"}, 60000), 0);
+}

@@ -1,0 +1,259 @@
+// subscribe / disconnectFromServer with the cloud client scripted, for the
+// outcomes that depend on the exact order of the client's signals.
+
+#include "HelperLogCapture.h"
+#include "ScriptedService.h"
+
+#include <VornNubraHelper.h>
+
+#include <Nubra/Manager.h>
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using VornTest::ScriptedReply;
+using VornTest::ScriptedService;
+
+class VornNubraHelperTestAccess {
+public:
+    static Nubra::Manager*& manager(VornNubraHelper* helper) { return helper->m_manager; }
+    static bool& connected(VornNubraHelper* helper) { return helper->m_serverConnected; }
+    static void reset(VornNubraHelper* helper)
+    {
+        QObject::disconnect(helper->m_abortConnection);
+        helper->m_connectReply.reset();
+        helper->m_subscribeReply.reset();
+        helper->m_serverConnected = false;
+    }
+    static Nubra::Reply* connectReply(VornNubraHelper* helper) { return helper->m_connectReply.data(); }
+    static Nubra::Reply* subscribeReply(VornNubraHelper* helper) { return helper->m_subscribeReply.data(); }
+};
+using Access = VornNubraHelperTestAccess;
+
+namespace {
+
+const QString kConnect = QStringLiteral("connectToServer");
+const QString kSubscribe = QStringLiteral("subscribe");
+const QString kDisconnect = QStringLiteral("disconnectFromServer");
+const QList<QVariant> kTopics{QStringLiteral("devices/VS2024000123/status"), QStringLiteral("users/1001/#")};
+
+VornNubraHelper* helper() { return VornNubraHelper::getInstance(); }
+
+void flushDeferredDeletes() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
+
+class Subscribe : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        helper()->setUserToken(QStringLiteral("token-1001"));
+        service = std::make_unique<ScriptedService>(QStringList{kConnect, kSubscribe, kDisconnect});
+    }
+    void TearDown() override
+    {
+        // The helper's replies belong to this test's scripted service.
+        Access::reset(helper());
+        flushDeferredDeletes();
+        service.reset();
+    }
+    // The connect request answers at once; the subscribe request gets
+    // `subscribeStatus`.
+    void scriptAcceptedConnection(int subscribeStatus = 0)
+    {
+        service->answerAfter(kConnect, 0, {{"status", "success"}});
+        service->setStatus(kSubscribe, subscribeStatus);
+    }
+
+    std::unique_ptr<ScriptedService> service;
+    HelperLogCapture log;
+};
+
+} // namespace
+
+TEST_F(Subscribe, connectRecordCarriesTheTokenOnlyWhenAUserNameIsGiven)
+{
+    const struct {
+        QString userName;
+        QVariantMap expected;
+    } cases[] = {
+        {QString(), {{"serverAuthentication", 1u}}},
+        {QStringLiteral("anything"), {{"username", "token-1001"}, {"serverAuthentication", 1u}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.userName.toStdString());
+        Access::reset(helper());
+        service->calls.clear();
+        EXPECT_EQ(helper()->subscribe(c.userName, QStringLiteral("ignored"), kTopics, 0), 1);
+        ASSERT_EQ(service->calls.size(), 1);
+        EXPECT_EQ(service->calls[0].name, kConnect);
+        EXPECT_EQ(service->calls[0].record, c.expected);
+        EXPECT_EQ(service->calls[0].record.value("serverAuthentication").type(), QVariant::UInt);
+        EXPECT_TRUE(service->calls[0].options.isEmpty());
+    }
+}
+
+TEST_F(Subscribe, timeoutZeroEndsOnTheNextTurnAndDropsAnUnansweredConnection)
+{
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 0), 1);
+    EXPECT_FALSE(Access::connected(helper()));
+    EXPECT_EQ(Access::connectReply(helper()), nullptr);
+    flushDeferredDeletes();
+    EXPECT_TRUE(service->calls[0].reply.isNull()) << "the released connect reply is deleted later";
+    EXPECT_TRUE(log.contains("Nubra Subscribe end."));
+}
+
+TEST_F(Subscribe, acceptedSubscriptionWaitsForItsTimeoutAndRelaysMessagesAfterwards)
+{
+    scriptAcceptedConnection();
+    service->answerAfter(kSubscribe, 0, {{"status", "success"}});
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 50), 1);
+    EXPECT_TRUE(Access::connected(helper()));
+    EXPECT_TRUE(log.contains("subscribed success"));
+
+    const auto subscribes = service->callsNamed(kSubscribe);
+    ASSERT_EQ(subscribes.size(), 1);
+    EXPECT_EQ(subscribes[0].record, (QVariantMap{{"topic", QVariant(kTopics)}, {"qos", 0}}));
+    EXPECT_TRUE(subscribes[0].options.isEmpty());
+
+    QSignalSpy data(helper(), &VornNubraHelper::subscribeData);
+    ASSERT_TRUE(subscribes[0].reply);
+    subscribes[0].reply->sendReceived("users/1001/inbox", {{"seq", 1}});
+    subscribes[0].reply->sendReceived("devices/VS2024000123/status", {{"seq", 2}});
+    ASSERT_EQ(data.size(), 2);
+    EXPECT_EQ(data[0][0].toString(), "users/1001/inbox");
+    EXPECT_EQ(data[0][1].toMap(), (QVariantMap{{"seq", 1}}));
+    EXPECT_EQ(data[1][1].toMap(), (QVariantMap{{"seq", 2}}));
+    EXPECT_EQ(log.lines().count("Nubra Subscribe received Success"), 2);
+
+    // Connected: a second call sends nothing.
+    const int callsBefore = service->calls.size();
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
+    EXPECT_EQ(service->calls.size(), callsBefore);
+}
+
+TEST_F(Subscribe, rejectedRequestsEndEarlyWithTheirCodes)
+{
+    // Connect refused by status, or no reply at all: 5, no wait, no subscribe.
+    service->setStatus(kConnect, 105);
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 5);
+    EXPECT_EQ(Access::connectReply(helper()), nullptr);
+    service->setNullReply(kConnect);
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 5);
+    EXPECT_TRUE(service->callsNamed(kSubscribe).isEmpty());
+    EXPECT_FALSE(Access::connected(helper()));
+}
+
+TEST_F(Subscribe, rejectedSubscriptionEndsTheWaitWithZeroAndStillCountsAsConnected)
+{
+    scriptAcceptedConnection(/*subscribeStatus=*/502);
+    // A 60 s wait that ends with 0 was ended by the rejection, not the timer.
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
+    EXPECT_TRUE(Access::connected(helper()));
+    EXPECT_EQ(Access::connectReply(helper()), nullptr);
+    EXPECT_EQ(Access::subscribeReply(helper()), nullptr);
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
+    EXPECT_EQ(service->callsNamed(kConnect).size(), 1);
+}
+
+TEST_F(Subscribe, connectionEventsDuringTheWaitEndItWithZeroAndClearTheFlag)
+{
+    const struct {
+        const char* name;
+        std::function<void(ScriptedReply*)> event;
+        QString logLine;
+    } cases[] = {
+        {"abort", [](ScriptedReply* reply) { reply->sendAbort(); }, "Nubra Subscribe Disconnected"},
+        {"error", [](ScriptedReply* reply) { reply->sendError(Nubra::Error::ConnectionLost); },
+         "Nubra Subscribe errorOccurred503"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Access::reset(helper());
+        auto event = c.event;
+        service->setScript(kConnect, [event](ScriptedReply* reply, const ScriptedService::Call&) {
+            QTimer::singleShot(0, reply, [reply, event] {
+                reply->sendFinished({{"status", "success"}});
+                QTimer::singleShot(0, reply, [reply, event] { event(reply); });
+            });
+        });
+        EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
+        EXPECT_FALSE(Access::connected(helper()));
+        EXPECT_EQ(Access::connectReply(helper()), nullptr);
+        EXPECT_TRUE(log.contains(c.logLine));
+    }
+}
+
+TEST_F(Subscribe, abortAfterReturnOnlyClearsTheFlag)
+{
+    scriptAcceptedConnection();
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 20), 1);
+    ASSERT_TRUE(Access::connected(helper()));
+    auto* connectReply = static_cast<ScriptedReply*>(Access::connectReply(helper()));
+    ASSERT_NE(connectReply, nullptr);
+    connectReply->sendAbort();
+    EXPECT_FALSE(Access::connected(helper()));
+    EXPECT_EQ(Access::connectReply(helper()), connectReply) << "replies stay until the next subscribe";
+    EXPECT_NE(Access::subscribeReply(helper()), nullptr);
+}
+
+TEST_F(Subscribe, onlyThePreviousSubscriptionsErrorEndsTheWaitWithNine)
+{
+    // First subscription, then an explicit disconnect: its reply stays held.
+    scriptAcceptedConnection();
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 20), 1);
+    EXPECT_EQ(helper()->disconnectFromServer(), 0);
+    auto* previous = static_cast<ScriptedReply*>(Access::subscribeReply(helper()));
+    ASSERT_NE(previous, nullptr);
+
+    // Second call: the connection never answers, the old subscription fails.
+    service->setScript(kConnect, [previous](ScriptedReply* reply, const ScriptedService::Call&) {
+        QTimer::singleShot(0, reply, [previous] { previous->sendError(Nubra::Error::ConnectionLost); });
+    });
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 9);
+    EXPECT_TRUE(log.contains("Nubra Subscribe ErrorOccurred: 503"));
+    EXPECT_EQ(Access::subscribeReply(helper()), nullptr);
+
+    // The new subscription reply's errors are not watched: the wait runs out.
+    Access::reset(helper());
+    scriptAcceptedConnection();
+    service->setScript(kSubscribe, [](ScriptedReply* reply, const ScriptedService::Call&) {
+        QTimer::singleShot(0, reply, [reply] { reply->sendError(Nubra::Error::SubscribeRejected); });
+    });
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 50), 1);
+}
+
+TEST_F(Subscribe, disconnectResultsAndTheFlag)
+{
+    Access::connected(helper()) = true;
+    service->setStatus(kDisconnect, 105);
+    EXPECT_EQ(helper()->disconnectFromServer(), 5);
+    EXPECT_TRUE(Access::connected(helper())) << "a rejected disconnect keeps the flag";
+    EXPECT_TRUE(log.contains("Nubra disconnectFromServer error: 105"));
+
+    service->setNullReply(kDisconnect);
+    EXPECT_EQ(helper()->disconnectFromServer(), 5);
+
+    service = std::make_unique<ScriptedService>(QStringList{kConnect, kSubscribe, kDisconnect});
+    EXPECT_EQ(helper()->disconnectFromServer(), 0);
+    EXPECT_FALSE(Access::connected(helper()));
+    EXPECT_TRUE(log.contains("Nubra disconnectFromServer success."));
+    ASSERT_EQ(service->calls.size(), 1);
+    EXPECT_TRUE(service->calls[0].record.isEmpty());
+}
+
+TEST_F(Subscribe, withoutManagerBothCallsReturnTwoAndTouchNothing)
+{
+    Nubra::Manager* saved = Access::manager(helper());
+    Access::manager(helper()) = nullptr;
+    Access::connected(helper()) = true;
+    EXPECT_EQ(helper()->disconnectFromServer(), 2);
+    EXPECT_TRUE(Access::connected(helper()));
+    Access::connected(helper()) = false;
+    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 0), 2);
+    Access::manager(helper()) = saved;
+    EXPECT_TRUE(service->calls.isEmpty());
+}
