@@ -29,6 +29,7 @@ CurlMultiDriver::CurlMultiDriver(QObject* parent)
     // curl asks for short wake-ups (often 0 or 1 ms); a coarse timer would
     // stretch them by up to 5%.
     m_timer.setTimerType(Qt::PreciseTimer);
+    m_clock.start();
     connect(&m_timer, &QTimer::timeout, this, &CurlMultiDriver::timeoutReached);
 }
 
@@ -47,7 +48,10 @@ CurlMultiDriver::~CurlMultiDriver()
 
 bool CurlMultiDriver::add(CurlTransfer* transfer)
 {
-    if (curl_multi_add_handle(m_multi, transfer->handle()) != CURLM_OK)
+    m_adding = true;
+    const CURLMcode added = curl_multi_add_handle(m_multi, transfer->handle());
+    m_adding = false;
+    if (added != CURLM_OK)
         return false;
     m_active.insert(transfer);
     // Start at once rather than on the next loop turn: on a kept-alive
@@ -90,20 +94,46 @@ int CurlMultiDriver::timerCallback(CURLM*, long timeoutMs, void* driver)
 {
     auto* self = static_cast<CurlMultiDriver*>(driver);
     // curl_multi_socket_action() must not be called from inside this
-    // callback; a zero-length timer calls it on the next loop turn instead.
+    // callback: "now" becomes a queued call on the next loop turn, a later
+    // time a timer.
     //
-    // Qt keeps its timers in one list sorted by deadline and finds a timer
-    // to stop by walking it from the front. Each blocking call of the
-    // helper leaves a single-shot timer there until its time-out, so under
-    // load the list holds thousands of timers with deadlines seconds ahead.
-    // Far deadlines are therefore capped (curl copes with an early wake-up:
-    // it just asks for the remaining time again), keeping this timer near
-    // the front, and a timer curl no longer needs is left to run out
-    // instead of being stopped.
+    // Qt keeps its timers in one list sorted by deadline, and starting or
+    // stopping one walks that list. Each blocking call of the helper leaves
+    // a single-shot timer there until its time-out, so under load the list
+    // holds thousands of timers. The timer is therefore started as rarely as
+    // possible: never stopped (an early or needless wake-up only makes curl
+    // ask for the remaining time again), not restarted while an earlier
+    // wake-up is pending, and far deadlines are capped so that a pending
+    // wake-up exists most of the time while transfers run.
+    if (timeoutMs < 0)
+        return 0;
+    if (timeoutMs == 0) {
+        self->scheduleTimeoutAction();
+        return 0;
+    }
     constexpr long kLongestWaitMs = 500;
-    if (timeoutMs >= 0)
-        self->m_timer.start(int(std::min(timeoutMs, kLongestWaitMs)));
+    const long wait = std::min(timeoutMs, kLongestWaitMs);
+    const qint64 deadline = self->m_clock.elapsed() + wait;
+    if (self->m_timer.isActive() && self->m_timerDeadline <= deadline)
+        return 0;
+    self->m_timerDeadline = deadline;
+    self->m_timer.start(int(wait));
     return 0;
+}
+
+void CurlMultiDriver::scheduleTimeoutAction()
+{
+    // Inside add() the socket action follows at once anyway.
+    if (m_timeoutActionQueued || m_adding)
+        return;
+    m_timeoutActionQueued = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_timeoutActionQueued = false;
+            timeoutReached();
+        },
+        Qt::QueuedConnection);
 }
 
 void CurlMultiDriver::watchSocket(curl_socket_t socket, int what)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 
@@ -41,6 +42,7 @@ private:
     void unwatchSocket(curl_socket_t socket);
     void socketReady(curl_socket_t socket, int events);
     void timeoutReached();
+    void scheduleTimeoutAction();
     void collectCompleted();
 
     CURLM* m_multi = nullptr;
@@ -48,6 +50,10 @@ private:
     std::unordered_map<curl_socket_t, SocketWatch> m_sockets;
     std::unordered_set<CurlTransfer*> m_active;
     bool m_collectQueued = false;
+    bool m_timeoutActionQueued = false;
+    bool m_adding = false;
+    QElapsedTimer m_clock;
+    qint64 m_timerDeadline = 0; // m_clock time the pending wake-up is due
 };
 
 } // namespace Nubra
