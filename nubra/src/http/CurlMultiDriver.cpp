@@ -43,7 +43,29 @@ CurlMultiDriver::~CurlMultiDriver()
         delete entry.second.write;
     }
     m_sockets.clear();
+    for (CURL* easy : m_idleHandles)
+        curl_easy_cleanup(easy);
     curl_multi_cleanup(m_multi);
+}
+
+CURL* CurlMultiDriver::takeEasyHandle()
+{
+    if (m_idleHandles.empty())
+        return curl_easy_init();
+    CURL* easy = m_idleHandles.back();
+    m_idleHandles.pop_back();
+    return easy;
+}
+
+void CurlMultiDriver::returnEasyHandle(CURL* easy)
+{
+    constexpr size_t kMaxIdleHandles = 8;
+    if (m_idleHandles.size() >= kMaxIdleHandles) {
+        curl_easy_cleanup(easy);
+        return;
+    }
+    curl_easy_reset(easy);
+    m_idleHandles.push_back(easy);
 }
 
 bool CurlMultiDriver::add(CurlTransfer* transfer)

@@ -8,6 +8,7 @@
 
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 class QSocketNotifier;
 
@@ -29,6 +30,12 @@ public:
     bool add(CurlTransfer* transfer);
     void remove(CurlTransfer* transfer);
 
+    // Easy handles are kept for reuse: a fresh one costs allocations and a
+    // new receive buffer for every request.
+    CURL* takeEasyHandle();
+    // Resets the handle's options and keeps it (or cleans it up).
+    void returnEasyHandle(CURL* easy);
+
 private:
     struct SocketWatch {
         QSocketNotifier* read = nullptr;
@@ -49,6 +56,7 @@ private:
     QTimer m_timer;
     std::unordered_map<curl_socket_t, SocketWatch> m_sockets;
     std::unordered_set<CurlTransfer*> m_active;
+    std::vector<CURL*> m_idleHandles;
     bool m_collectQueued = false;
     bool m_timeoutActionQueued = false;
     bool m_adding = false;

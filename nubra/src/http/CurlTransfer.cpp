@@ -11,7 +11,7 @@ namespace Nubra {
 CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
     : QObject(parent)
     , m_driver(driver)
-    , m_easy(curl_easy_init())
+    , m_easy(driver ? driver->takeEasyHandle() : curl_easy_init())
 {
     curl_easy_setopt(m_easy, CURLOPT_PRIVATE, this);
     curl_easy_setopt(m_easy, CURLOPT_ERRORBUFFER, m_errorBuffer);
@@ -38,7 +38,12 @@ CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
 CurlTransfer::~CurlTransfer()
 {
     cancel();
-    curl_easy_cleanup(m_easy);
+    // The handle forgets its options (and so the header list) before the
+    // list is freed.
+    if (m_driver)
+        m_driver->returnEasyHandle(m_easy);
+    else
+        curl_easy_cleanup(m_easy);
     curl_slist_free_all(m_headers);
 }
 
