@@ -182,10 +182,13 @@ long CurlTransfer::httpStatus() const
 
 QByteArray CurlTransfer::responseHeader(const QByteArray& name) const
 {
+    // Parsed on demand: most transfers never ask.
     const QByteArray wanted = name.toLower();
-    for (auto it = m_responseHeaders.crbegin(); it != m_responseHeaders.crend(); ++it)
-        if (it->first == wanted)
-            return it->second;
+    for (auto it = m_responseHeaders.crbegin(); it != m_responseHeaders.crend(); ++it) {
+        const int colon = it->indexOf(':');
+        if (colon > 0 && it->left(colon).trimmed().toLower() == wanted)
+            return it->mid(colon + 1).trimmed();
+    }
     return {};
 }
 
@@ -225,15 +228,10 @@ size_t CurlTransfer::headerCallback(char* data, size_t size, size_t count, void*
 {
     auto* transfer = static_cast<CurlTransfer*>(self);
     const size_t bytes = size * count;
-    const QByteArray line = QByteArray(data, int(bytes)).trimmed();
-    if (line.startsWith("HTTP/")) {
-        // A new response (after a redirect or 100-continue): forget the old headers.
-        transfer->m_responseHeaders.clear();
-    } else {
-        const int colon = line.indexOf(':');
-        if (colon > 0)
-            transfer->m_responseHeaders.append({line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed()});
-    }
+    if (bytes >= 5 && std::memcmp(data, "HTTP/", 5) == 0)
+        transfer->m_responseHeaders.clear(); // a new response (redirect, 100-continue)
+    else if (bytes > 2)
+        transfer->m_responseHeaders.append(QByteArray(data, int(bytes)));
     return bytes;
 }
 

@@ -92,7 +92,7 @@ private:
     QByteArray m_proxy;
     BodySink m_sink;
     BodySource m_source;
-    QList<QPair<QByteArray, QByteArray>> m_responseHeaders;
+    QList<QByteArray> m_responseHeaders; // raw lines of the last response
     QList<QSslError> m_sslErrors;
     char m_errorBuffer[CURL_ERROR_SIZE] = {};
     bool m_running = false;
