@@ -229,16 +229,21 @@ void CallBack::finished(QVariantMap params)
 void CallBack::tryQuit()
 {
     // Deletion waits until process() has returned: in Sync mode the object
-    // is still on the call stack of its own loop until then.
-    QTimer::singleShot(2000, Qt::CoarseTimer, [this] {
-        if (loop)
-            loop->quit();
-        if (processed) {
-            deleteLater();
+    // is still on the call stack of its own loop until then. The timer has
+    // no context object; the guard only keeps a second timer (a reply that
+    // finished twice) from touching an object the first one deleted.
+    QPointer<CallBack> self(this);
+    QTimer::singleShot(2000, Qt::CoarseTimer, [self] {
+        if (!self)
+            return;
+        if (self->loop)
+            self->loop->quit();
+        if (self->processed) {
+            self->deleteLater();
             return;
         }
-        qWarning() << "thread error, wait delete" << info.name;
-        tryQuit();
+        qWarning() << "thread error, wait delete" << self->info.name;
+        self->tryQuit();
     });
 }
 

@@ -87,7 +87,10 @@ bool DevCloud::setUp(QString* error)
         ServiceContext{m_server, *m_router, m_store, m_dataDir, baseUrl(), m_configSections});
     registerGeneralService(*m_context);
     registerAccountService(*m_context);
+    registerDiskService(*m_context);
     m_messages = registerMessageService(*m_context);
+    registerUpgradeService(*m_context);
+    registerFilesService(*m_context);
 
     m_server.Get("/devcloud/health", [](const httplib::Request&, httplib::Response& response) {
         writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")}});

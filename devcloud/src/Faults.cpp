@@ -10,10 +10,10 @@
 
 namespace devcloud {
 
-Fault Fault::parse(const QString& spec)
+Fault Fault::parse(const QString& text)
 {
     Fault fault;
-    for (const QString& part : spec.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         const QString item = part.trimmed();
         if (item.startsWith(QLatin1String("delay=")))
             fault.delayMs = std::clamp(item.mid(6).toInt(), 0, 120000);
@@ -31,12 +31,12 @@ Fault Fault::parse(const QString& spec)
 
 Fault Fault::fromRequest(const httplib::Request& request, const QJsonObject& body)
 {
-    QString spec = QString::fromStdString(request.get_header_value("X-Devcloud-Fault"));
-    if (spec.isEmpty())
-        spec = QString::fromStdString(request.get_param_value("devcloudFault"));
-    if (spec.isEmpty())
-        spec = body.value(QStringLiteral("devcloudFault")).toString();
-    return parse(spec);
+    QString text = QString::fromStdString(request.get_header_value("X-Devcloud-Fault"));
+    if (text.isEmpty())
+        text = QString::fromStdString(request.get_param_value("devcloudFault"));
+    if (text.isEmpty())
+        text = body.value(QStringLiteral("devcloudFault")).toString();
+    return parse(text);
 }
 
 bool applyFault(const Fault& fault, httplib::Response& response)

@@ -23,7 +23,7 @@ struct Fault {
     bool drop = false;
 
     bool any() const { return delayMs > 0 || failure || httpStatus > 0 || nonJson || drop; }
-    static Fault parse(const QString& spec);
+    static Fault parse(const QString& text);
     static Fault fromRequest(const httplib::Request& request, const QJsonObject& body);
 };
 

@@ -31,7 +31,10 @@ struct ServiceContext {
 // One function per service, each in its own file.
 void registerGeneralService(ServiceContext& context);
 void registerAccountService(ServiceContext& context);
+void registerDiskService(ServiceContext& context);
 // The broker lives as long as the returned hub (owned by DevCloud).
 std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context);
+void registerUpgradeService(ServiceContext& context);
+void registerFilesService(ServiceContext& context);
 
 } // namespace devcloud

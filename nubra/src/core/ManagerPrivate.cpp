@@ -3,6 +3,9 @@
 #include "http/CurlMultiDriver.h"
 #include "http/HttpApiService.h"
 #include "mqtt/MessageService.h"
+#include "transfer/FileDownloadService.h"
+#include "transfer/UploadService.h"
+#include "upgrade/UpgradeService.h"
 
 #include <Nubra/Manager.h>
 
@@ -17,6 +20,9 @@ ManagerPrivate::ManagerPrivate(Manager* manager)
 
     // Services with fixed request names first, the request table last.
     services.push_back(std::make_unique<MessageService>(context));
+    services.push_back(std::make_unique<UpgradeService>(context));
+    services.push_back(std::make_unique<FileDownloadService>(context));
+    services.push_back(std::make_unique<UploadService>(context));
     services.push_back(std::make_unique<HttpApiService>(context));
 }
 

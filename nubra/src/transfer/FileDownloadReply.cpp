@@ -1,0 +1,70 @@
+#include "transfer/FileDownloadReply.h"
+
+#include "transfer/ResumableDownload.h"
+
+namespace Nubra {
+
+FileDownloadReply::FileDownloadReply(const QString& name, const QString& item, const QString& targetPath,
+                                     ResumableDownload* download, QObject* parent)
+    : Reply(name, parent)
+    , m_item(item)
+    , m_targetPath(targetPath)
+    , m_download(download)
+{
+    download->setParent(this);
+    connect(download, &ResumableDownload::progress, this, [this](qint64 received, qint64 total) {
+        emit downloadProgressOfOne(m_item, received, total);
+        emit downloadProgress(received, total);
+    });
+    connect(download, &ResumableDownload::finished, this,
+            [this](Error::ErrorCode code, const QString& message) {
+                if (code == Error::NoError) {
+                    finishWith({{QStringLiteral("status"), QStringLiteral("success")},
+                                {QStringLiteral("errorCode"), 0},
+                                {QStringLiteral("result"), resultMap()}});
+                    return;
+                }
+                emit oneErrorOccurred(m_item, code);
+                failWith(code, message, {{QStringLiteral("result"), resultMap()}});
+            });
+    download->start();
+}
+
+QVariantMap FileDownloadReply::resultMap() const
+{
+    QVariantMap result{{QStringLiteral("url"), m_item}, {QStringLiteral("path"), m_targetPath}};
+    if (m_download) {
+        result.insert(QStringLiteral("bytesReceived"), m_download->bytesOnDisk());
+        result.insert(QStringLiteral("bytesTotal"), m_download->bytesTotal());
+        result.insert(QStringLiteral("resumedFrom"), m_download->resumedFrom());
+    }
+    return result;
+}
+
+void FileDownloadReply::onStop(const QString& item)
+{
+    if (isFinished() || (!item.isEmpty() && item != m_item) || !m_download)
+        return;
+    m_download->pause();
+    // Finish on a later turn: whoever called stop() decides first what a
+    // pause means to it.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            finishWith({{QStringLiteral("status"), QStringLiteral("paused")},
+                        {QStringLiteral("errorCode"), 0},
+                        {QStringLiteral("result"), resultMap()}});
+        },
+        Qt::QueuedConnection);
+}
+
+void FileDownloadReply::onAbort(const QString& item)
+{
+    if (isFinished() || (!item.isEmpty() && item != m_item))
+        return;
+    if (m_download)
+        m_download->pause();
+    failWith(Error::Cancelled, QStringLiteral("download aborted"), {{QStringLiteral("result"), resultMap()}});
+}
+
+} // namespace Nubra

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <Nubra/Reply.h>
+
+#include <QPointer>
+
+namespace Nubra {
+
+class ResumableDownload;
+
+// Reply of "startDownload": one file fetched into place by a
+// ResumableDownload. stop() pauses (the partial file stays for the next
+// start of the same download) and the reply then finishes with status
+// "paused"; abort() cancels with Cancelled and also keeps the partial file.
+class FileDownloadReply : public Reply {
+    Q_OBJECT
+public:
+    FileDownloadReply(const QString& name, const QString& item, const QString& targetPath,
+                      ResumableDownload* download, QObject* parent);
+
+    QString targetPath() const { return m_targetPath; }
+
+protected:
+    void onStop(const QString& item) override;
+    void onAbort(const QString& item) override;
+
+private:
+    QVariantMap resultMap() const;
+
+    QString m_item;
+    QString m_targetPath;
+    QPointer<ResumableDownload> m_download;
+};
+
+} // namespace Nubra

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "core/Service.h"
+
+#include <Nubra/Error.h>
+
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+#include <QVariantMap>
+
+namespace Nubra {
+
+class CurlTransfer;
+
+// One JSON POST to the cloud for the upgrade service, with the
+// configuration's default time-out, so that done() always comes.
+// The path is the request table's entry for routeName when the
+// configuration has one, else fallbackPath.
+class CloudJsonCall : public QObject {
+    Q_OBJECT
+public:
+    static constexpr int kMaxAnswerBytes = 4 * 1024 * 1024;
+
+    CloudJsonCall(const ClientContext& context, const QString& routeName, const QString& fallbackPath,
+                  const QVariantMap& body, QObject* parent);
+
+    // Reports every failure (also "not configured") through done(), on a
+    // later turn of the event loop.
+    void start();
+    void cancel();
+
+    // Absolute URL for a path or URL the cloud handed out.
+    static QUrl resolve(const ClientContext& context, const QString& pathOrUrl);
+
+signals:
+    // NoError: the cloud answered "status" "success"; result is its
+    // "result" map. Otherwise message says why.
+    void done(Nubra::Error::ErrorCode code, const QString& message, const QVariantMap& result);
+
+private:
+    void completed(int curlCode);
+    void report(Error::ErrorCode code, const QString& message, const QVariantMap& result);
+
+    ClientContext m_context;
+    QString m_routeName;
+    QString m_fallbackPath;
+    QVariantMap m_body;
+    QPointer<CurlTransfer> m_transfer;
+    QByteArray m_answer;
+    bool m_done = false;
+};
+
+} // namespace Nubra

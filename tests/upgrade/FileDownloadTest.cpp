@@ -1,0 +1,291 @@
+// The client's "startDownload" against a private dev cloud: destination
+// rules, progress, errors, pause, resume, and resume after the file changed.
+
+#include "CloudAdmin.h"
+#include "DevCloudProcess.h"
+
+#include <Nubra/Manager.h>
+#include <Nubra/Reply.h>
+
+#include <QCryptographicHash>
+#include <QJsonArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QSaveFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+VornTest::DevCloudProcess* g_cloud = nullptr;
+VornTest::CloudAdmin* g_admin = nullptr;
+
+class PrivateCloud : public ::testing::Environment {
+public:
+    void SetUp() override
+    {
+        g_cloud = new VornTest::DevCloudProcess;
+        ASSERT_TRUE(g_cloud->start()) << g_cloud->output().toStdString();
+        g_admin = new VornTest::CloudAdmin(g_cloud->baseUrl());
+    }
+    void TearDown() override
+    {
+        delete g_admin;
+        delete g_cloud;
+    }
+};
+
+const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new PrivateCloud);
+
+QString sha256Of(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(&file);
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+struct RemoteFile {
+    QString name, url, sha256;
+    qint64 size = 0;
+};
+
+RemoteFile remote(const QString& name)
+{
+    for (const QJsonValue& f : g_admin->call("GET", "/devcloud/files").value("result").toObject().value("files").toArray())
+        if (f["name"].toString() == name)
+            return {name, f["url"].toString(), f["sha256"].toString(), qint64(f["size"].toDouble())};
+    return {};
+}
+
+struct Outcome {
+    QVariantMap finished;
+    QList<Nubra::Error::ErrorCode> errors;
+    QList<QVariantList> progressOfOne;
+    int finishedCount = 0;
+};
+
+class FileDownload : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(folder.isValid());
+        g_admin->clearFaults();
+        QSignalSpy configured(manager.setConfigPath(g_cloud->configPath(), {}), &Nubra::Reply::finished);
+        ASSERT_TRUE(configured.wait(5000));
+    }
+
+    Nubra::Reply* start(const QString& url, const QString& path)
+    {
+        return manager.request("startDownload", {{"urls", url}, {"path", path}}, {});
+    }
+
+    // Waits for finished() (at most 30 s) and collects what the reply said.
+    Outcome run(Nubra::Reply* reply, std::function<void(Nubra::Reply*, qint64)> onProgress = {})
+    {
+        Outcome outcome;
+        QEventLoop loop;
+        QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
+            outcome.finished = map;
+            ++outcome.finishedCount;
+            loop.quit();
+        });
+        QObject::connect(reply, &Nubra::Reply::errorOccurred, &loop,
+                         [&](Nubra::Error::ErrorCode code) { outcome.errors.append(code); });
+        QObject::connect(reply, &Nubra::Reply::downloadProgressOfOne, &loop,
+                         [&](const QString& name, qint64 received, qint64 total) {
+                             outcome.progressOfOne.append({name, received, total});
+                             if (onProgress)
+                                 onProgress(reply, received);
+                         });
+        QTimer::singleShot(30000, &loop, &QEventLoop::quit);
+        loop.exec();
+        // Anything after finished() would be a second finish.
+        QCoreApplication::processEvents();
+        reply->deleteLater();
+        return outcome;
+    }
+
+    Nubra::Manager manager;
+    QTemporaryDir folder;
+};
+
+TEST_F(FileDownload, pathNamesTheFileOrAFolderThatKeepsTheUrlName)
+{
+    const RemoteFile manual = remote("scanner-manual.pdf");
+    const RemoteFile empty = remote("empty.txt");
+    ASSERT_GT(manual.size, 0);
+    QDir(folder.path()).mkpath("existing");
+    struct Case {
+        const char* label;
+        RemoteFile file;
+        QString path;
+        QString expected;
+    };
+    const std::vector<Case> cases = {
+        {"folder with slash", manual, folder.path() + "/", folder.path() + "/scanner-manual.pdf"},
+        {"existing folder", manual, folder.path() + "/existing", folder.path() + "/existing/scanner-manual.pdf"},
+        {"new file in new folders", manual, folder.path() + "/a/b/manual-copy.pdf", folder.path() + "/a/b/manual-copy.pdf"},
+        {"empty file", empty, folder.path() + "/empty.txt", folder.path() + "/empty.txt"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        const Outcome outcome = run(start(c.file.url, c.path));
+        EXPECT_EQ(outcome.finishedCount, 1);
+        EXPECT_EQ(outcome.finished.value("status").toString(), "success");
+        EXPECT_TRUE(outcome.errors.isEmpty());
+        EXPECT_EQ(outcome.finished["result"].toMap().value("path").toString(), c.expected);
+        EXPECT_EQ(sha256Of(c.expected), c.file.sha256);
+        EXPECT_FALSE(QFileInfo::exists(c.expected + ".part"));
+        EXPECT_FALSE(QFileInfo::exists(c.expected + ".part.json"));
+        if (c.file.size > 0) {
+            ASSERT_FALSE(outcome.progressOfOne.isEmpty());
+            EXPECT_EQ(outcome.progressOfOne.last(), (QVariantList{c.file.url, c.file.size, c.file.size}));
+        }
+    }
+}
+
+TEST_F(FileDownload, badRequestsAreRefusedAtOnce)
+{
+    const RemoteFile manual = remote("scanner-manual.pdf");
+    const std::vector<QVariantMap> records = {
+        {{"urls", QStringList{manual.url}}, {"path", folder.path() + "/x"}},
+        {{"urls", "ftp://127.0.0.1/x"}, {"path", folder.path() + "/x"}},
+        {{"urls", manual.url}, {"path", ""}},
+        {{"urls", g_cloud->baseUrl() + "/"}, {"path", folder.path() + "/"}}, // no file name to keep
+    };
+    for (const QVariantMap& record : records) {
+        Nubra::Reply* reply = manager.request("startDownload", record, {});
+        EXPECT_EQ(reply->status(), Nubra::Error::InvalidArgument);
+        const Outcome outcome = run(reply);
+        EXPECT_EQ(outcome.finishedCount, 1);
+        EXPECT_EQ(outcome.errors, QList<Nubra::Error::ErrorCode>{Nubra::Error::InvalidArgument});
+    }
+    EXPECT_TRUE(QDir(folder.path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).isEmpty());
+}
+
+TEST_F(FileDownload, httpErrorReportsThroughTheReplyAndLeavesNoFile)
+{
+    const QString target = folder.path() + "/missing.bin";
+    const Outcome outcome = run(start(g_cloud->baseUrl() + "/files/no-such-file.bin", target));
+    EXPECT_EQ(outcome.finishedCount, 1);
+    EXPECT_EQ(outcome.finished.value("status").toString(), "failure");
+    EXPECT_EQ(outcome.errors, QList<Nubra::Error::ErrorCode>{Nubra::Error::HttpError});
+    EXPECT_TRUE(QDir(folder.path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).isEmpty());
+}
+
+TEST_F(FileDownload, cutTransferKeepsThePartialAndTheNextStartFetchesTheRest)
+{
+    const RemoteFile board = remote("calibration-board.bin");
+    const QString target = folder.path() + "/board.bin";
+    const QString path = "/files/" + board.name;
+    const qint64 cut = 1000000;
+    g_admin->armFault(path, {{"cutAfter", cut}, {"times", 1}});
+
+    const Outcome broken = run(start(board.url, target));
+    EXPECT_EQ(broken.finished.value("status").toString(), "failure");
+    EXPECT_EQ(broken.errors, QList<Nubra::Error::ErrorCode>{Nubra::Error::ConnectionClosed});
+    EXPECT_FALSE(QFileInfo::exists(target));
+    EXPECT_EQ(QFileInfo(target + ".part").size(), cut);
+
+    const qint64 before = g_admin->rangeBytesServed(path);
+    const Outcome resumed = run(start(board.url, target));
+    EXPECT_EQ(resumed.finished.value("status").toString(), "success");
+    EXPECT_EQ(resumed.finished["result"].toMap().value("resumedFrom").toLongLong(), cut);
+    EXPECT_EQ(sha256Of(target), board.sha256);
+    EXPECT_EQ(g_admin->rangeBytesServed(path) - before, board.size - cut);
+}
+
+TEST_F(FileDownload, silentServerEndsInTimedOutAfterTheStallPeriod)
+{
+    const RemoteFile board = remote("calibration-board.bin");
+    const QString target = folder.path() + "/board.bin";
+    QSignalSpy configured(manager.setConfigData({{"stallTimeout", 1}}, {}), &Nubra::Reply::finished);
+    ASSERT_TRUE(configured.wait(5000));
+    const qint64 sent = 100000;
+    g_admin->armFault("/files/" + board.name, {{"stallAfter", sent}, {"times", 1}});
+    const Outcome outcome = run(start(board.url, target));
+    EXPECT_EQ(outcome.finishedCount, 1);
+    EXPECT_EQ(outcome.errors, QList<Nubra::Error::ErrorCode>{Nubra::Error::TimedOut});
+    EXPECT_FALSE(QFileInfo::exists(target));
+    EXPECT_EQ(QFileInfo(target + ".part").size(), sent);
+}
+
+TEST_F(FileDownload, stopPausesWithStatusPausedAndKeepsThePartialBytes)
+{
+    const RemoteFile board = remote("calibration-board.bin");
+    const QString target = folder.path() + "/board.bin";
+    g_admin->armFault("/files/" + board.name, {{"throttle", 2 * 1024 * 1024}, {"times", 1}});
+    bool stopped = false;
+    const Outcome paused = run(start(board.url, target), [&](Nubra::Reply* reply, qint64 received) {
+        if (!stopped && received >= 512 * 1024) {
+            stopped = true;
+            emit reply->stop();
+        }
+    });
+    EXPECT_EQ(paused.finishedCount, 1);
+    EXPECT_EQ(paused.finished.value("status").toString(), "paused");
+    EXPECT_TRUE(paused.errors.isEmpty());
+    const qint64 partial = QFileInfo(target + ".part").size();
+    EXPECT_GE(partial, 512 * 1024);
+    EXPECT_EQ(paused.finished["result"].toMap().value("bytesReceived").toLongLong(), partial);
+    EXPECT_FALSE(QFileInfo::exists(target));
+
+    const Outcome resumed = run(start(board.url, target));
+    EXPECT_EQ(resumed.finished.value("status").toString(), "success");
+    EXPECT_EQ(sha256Of(target), board.sha256);
+}
+
+TEST_F(FileDownload, partialBytesOfAnOlderFileAreReplacedWhenTheValidatorNoLongerMatches)
+{
+    const RemoteFile scan = remote("sample-scan.vscan");
+    const QString target = folder.path() + "/scan.vscan";
+    // A partial download of some earlier version of the file, and an old
+    // complete copy at the destination that must survive until the new one
+    // is verified complete.
+    {
+        QFile part(target + ".part");
+        ASSERT_TRUE(part.open(QIODevice::WriteOnly));
+        part.write(QByteArray(400000, 'x'));
+        QFile old(target);
+        ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+        old.write("old version");
+        QSaveFile meta(target + ".part.json");
+        ASSERT_TRUE(meta.open(QIODevice::WriteOnly));
+        meta.write(QJsonDocument(QJsonObject{{"url", scan.url}, {"validator", "\"an-older-etag\""}, {"total", 2000000},
+                                             {"sha256", ""}})
+                       .toJson());
+        ASSERT_TRUE(meta.commit());
+    }
+    const qint64 rangeRequestsBefore = g_admin->rangeRequests("/files/" + scan.name);
+    const Outcome outcome = run(start(scan.url, target));
+    EXPECT_EQ(outcome.finished.value("status").toString(), "success");
+    EXPECT_EQ(outcome.finished["result"].toMap().value("resumedFrom").toLongLong(), 0);
+    EXPECT_EQ(sha256Of(target), scan.sha256);
+    // The request asked for a range, the cloud answered with the whole file.
+    EXPECT_EQ(g_admin->rangeRequests("/files/" + scan.name), rangeRequestsBefore);
+}
+
+TEST_F(FileDownload, aSecondDownloadIntoTheSameFileIsRefusedWhileTheFirstRuns)
+{
+    const RemoteFile board = remote("calibration-board.bin");
+    const QString target = folder.path() + "/board.bin";
+    g_admin->armFault("/files/" + board.name, {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+    Nubra::Reply* first = start(board.url, target);
+    Nubra::Reply* second = start(board.url, target);
+    EXPECT_EQ(first->status(), 0);
+    EXPECT_EQ(second->status(), Nubra::Error::Busy);
+    run(second);
+    const Outcome outcome = run(first);
+    EXPECT_EQ(outcome.finished.value("status").toString(), "success");
+    EXPECT_EQ(sha256Of(target), board.sha256);
+}
+
+} // namespace

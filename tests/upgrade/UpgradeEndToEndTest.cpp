@@ -1,0 +1,425 @@
+// The upgrade flow end to end: helper -> nubra client -> a private dev cloud
+// whose transfers the tests throttle, cut and corrupt.
+
+#include "CloudAdmin.h"
+#include "DevCloudProcess.h"
+
+#include <VornNubraHelper.h>
+
+#include <Nubra/Manager.h>
+#include <Nubra/Reply.h>
+
+#include <QCryptographicHash>
+#include <QJsonArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using NubraCommon::ErrorCode;
+
+VornTest::DevCloudProcess* g_cloud = nullptr;
+VornTest::CloudAdmin* g_admin = nullptr;
+
+VornNubraHelper* helper() { return VornNubraHelper::getInstance(); }
+
+class PrivateCloud : public ::testing::Environment {
+public:
+    void SetUp() override
+    {
+        g_cloud = new VornTest::DevCloudProcess;
+        ASSERT_TRUE(g_cloud->start()) << g_cloud->output().toStdString();
+        // Before the helper exists: it reads the configuration once.
+        qputenv("NUBRA_CONFIG", g_cloud->configPath().toLocal8Bit());
+        g_admin = new VornTest::CloudAdmin(g_cloud->baseUrl());
+        ASSERT_NE(helper(), nullptr);
+    }
+    void TearDown() override
+    {
+        delete g_admin;
+        delete g_cloud;
+    }
+};
+
+const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new PrivateCloud);
+
+QString sha256Of(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(&file);
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+QString packagePath(const QString& folder, const QString& model, const QString& version)
+{
+    QString name = model + "-" + version;
+    name.replace(' ', '_');
+    return folder + "/" + name + ".vpkg";
+}
+
+class UpgradeEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(folder.isValid());
+        g_admin->clearFaults();
+    }
+    void TearDown() override { g_admin->clearFaults(); }
+
+    void registerModel(const QString& model, const QString& version, const QString& type = "release",
+                       const QString& lang = "en")
+    {
+        ASSERT_EQ(helper()->setSoftwareAutoUpgrade(model, version, type, lang, folder.path()), NubraCommon::Success);
+    }
+
+    // Starts a download and pauses it once at least pauseAt bytes are on
+    // disk (from inside the download's wait, as a pause button would).
+    void startAndPauseAt(const QString& model, const QString& version, qint64 pauseAt)
+    {
+        bool pauseAsked = false;
+        const auto connection = QObject::connect(helper(), &VornNubraHelper::downloadProgress, helper(),
+                                                 [&](qint64 received, qint64) {
+                                                     if (pauseAsked || received < pauseAt)
+                                                         return;
+                                                     pauseAsked = true;
+                                                     QTimer::singleShot(0, helper(), [] {
+                                                         EXPECT_EQ(helper()->pauseDownloadSoftware(),
+                                                                   NubraCommon::Success);
+                                                     });
+                                                 });
+        EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
+        QObject::disconnect(connection);
+        EXPECT_TRUE(pauseAsked);
+    }
+
+    QTemporaryDir folder;
+};
+
+TEST_F(UpgradeEndToEnd, checkFindsTheNewestVersionTheRegistrationMaySee)
+{
+    struct Case {
+        QString model, current, type, lang;
+        bool hasUpgrade;
+        QString version;
+        QString notesStart;
+    };
+    const std::vector<Case> cases = {
+        {"VS-200", "1.0.0", "release", "de", true, "1.2.0", "Texturaufnahme"},
+        {"VS-200", "1.2.0", "beta", "en", true, "1.3.0-beta.1", "Beta: new meshing"},
+        {"VS-200", "1.2.0", "release", "en", false, "1.2.0", ""},
+        {"VS-300 Pro", "2.0.0", "release", "fr", true, "2.1.0", "Marker-free"}, // unknown language: English
+        {"VS-300 Pro", "2.1.0", "release", "zh", false, "2.1.0", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE((c.model + " " + c.current + " " + c.type).toStdString());
+        registerModel(c.model, c.current, c.type, c.lang);
+        QVariantMap info;
+        ASSERT_EQ(helper()->checkSoftwareUpgrade(c.model, info), NubraCommon::Success);
+        EXPECT_EQ(info.value("hasUpgrade").toBool(), c.hasUpgrade);
+        EXPECT_EQ(info.value("version").toString(), c.version);
+        EXPECT_EQ(info.value("currentVersion").toString(), c.current);
+        if (c.hasUpgrade) {
+            EXPECT_TRUE(info.value("releaseNotes").toString().startsWith(c.notesStart))
+                << info.value("releaseNotes").toString().toStdString();
+            const QJsonObject package = g_admin->package(c.model, c.version);
+            EXPECT_EQ(info.value("sha256").toString(), package.value("sha256").toString());
+            EXPECT_EQ(info.value("packageSize").toLongLong(), qint64(package.value("packageSize").toDouble()));
+            EXPECT_EQ(info.value("localPath").toString(), packagePath(folder.path(), c.model, c.version));
+        }
+    }
+    QVariantMap untouched{{"kept", true}};
+    EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-999", untouched), NubraCommon::RequestRejected);
+    EXPECT_EQ(untouched, (QVariantMap{{"kept", true}}));
+}
+
+TEST_F(UpgradeEndToEnd, downloadVerifiesThePackageAndTheExistenceTestSeesItAfterwards)
+{
+    registerModel("VS-200", "1.0.0");
+    const QJsonObject package = g_admin->package("VS-200", "1.1.0");
+    const qint64 size = qint64(package.value("packageSize").toDouble());
+    const QString target = packagePath(folder.path(), "VS-200", "1.1.0");
+
+    QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
+    EXPECT_EQ(helper()->checkDownloadSoftwareExist("VS-200", "1.1.0"), NubraCommon::Success);
+    ASSERT_EQ(progress.count(), 1);
+    EXPECT_EQ(progress.takeFirst(), (QVariantList{qint64(0), size}));
+
+    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
+    QSignalSpy failed(helper(), &VornNubraHelper::downloadFail);
+    EXPECT_EQ(helper()->startDownloadSoftware("VS-200", "1.1.0"), NubraCommon::Success);
+    EXPECT_EQ(succeeded.count(), 1);
+    EXPECT_EQ(failed.count(), 0);
+    ASSERT_FALSE(progress.isEmpty());
+    EXPECT_EQ(progress.last(), (QVariantList{size, size}));
+    EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
+    EXPECT_FALSE(QFileInfo::exists(target + ".part"));
+    EXPECT_FALSE(QFileInfo::exists(target + ".part.json"));
+
+    progress.clear();
+    EXPECT_EQ(helper()->checkDownloadSoftwareExist("VS-200", "1.1.0"), NubraCommon::PackageExists);
+    ASSERT_EQ(progress.count(), 1);
+    EXPECT_EQ(progress.first(), (QVariantList{size, size}));
+}
+
+TEST_F(UpgradeEndToEnd, pauseThenResumeFetchesOnlyTheMissingBytes)
+{
+    const QString model = "VS-300 Pro";
+    const QString version = "2.1.0";
+    registerModel(model, "2.0.0");
+    const QJsonObject package = g_admin->package(model, version);
+    const qint64 size = qint64(package.value("packageSize").toDouble());
+    const QString url = "/packages/" + package.value("packageName").toString();
+    const QString target = packagePath(folder.path(), model, version);
+    // Slow enough to pause half-way; only the first request is slowed.
+    g_admin->armFault(url, {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+
+    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
+    startAndPauseAt(model, version, 1024 * 1024);
+    // The pause ends the wait with downloadSuccess although the package is
+    // not complete: the helper's flag starts true on purpose.
+    EXPECT_EQ(succeeded.count(), 1);
+    EXPECT_FALSE(QFileInfo::exists(target));
+    const qint64 partial = QFileInfo(target + ".part").size();
+    EXPECT_GE(partial, 1024 * 1024);
+    EXPECT_LT(partial, size);
+
+    // While paused, the existence test reports the partial bytes.
+    QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
+    EXPECT_EQ(helper()->checkDownloadSoftwareExist(model, version), NubraCommon::PackageExists);
+    ASSERT_EQ(progress.count(), 1);
+    EXPECT_EQ(progress.first(), (QVariantList{partial, size}));
+
+    const qint64 rangeBytesBefore = g_admin->rangeBytesServed(url);
+    const qint64 rangeRequestsBefore = g_admin->rangeRequests(url);
+    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
+    EXPECT_EQ(succeeded.count(), 2);
+    EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
+    EXPECT_EQ(g_admin->rangeRequests(url) - rangeRequestsBefore, 1);
+    EXPECT_EQ(g_admin->rangeBytesServed(url) - rangeBytesBefore, size - partial);
+}
+
+TEST_F(UpgradeEndToEnd, cutConnectionFailsThenANewStartCompletesThePackage)
+{
+    const QString model = "VS-300 Pro";
+    const QString version = "2.0.0";
+    registerModel(model, "1.0.0");
+    const QJsonObject package = g_admin->package(model, version);
+    const qint64 size = qint64(package.value("packageSize").toDouble());
+    const QString url = "/packages/" + package.value("packageName").toString();
+    const QString target = packagePath(folder.path(), model, version);
+    const qint64 cut = 300000;
+    g_admin->armFault(url, {{"cutAfter", cut}, {"times", 1}});
+
+    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
+    QSignalSpy failed(helper(), &VornNubraHelper::downloadFail);
+    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
+    EXPECT_EQ(failed.count(), 1);
+    EXPECT_FALSE(QFileInfo::exists(target));
+    EXPECT_EQ(QFileInfo(target + ".part").size(), cut);
+
+    const qint64 rangeBytesBefore = g_admin->rangeBytesServed(url);
+    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
+    EXPECT_EQ(succeeded.count(), 1);
+    EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
+    EXPECT_EQ(g_admin->rangeBytesServed(url) - rangeBytesBefore, size - cut);
+}
+
+TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLookingFile)
+{
+    const QString model = "VS-200";
+    const QString version = "1.3.0-beta.1";
+    registerModel(model, "1.2.0", "beta");
+    const QJsonObject package = g_admin->package(model, version);
+    const QString url = "/packages/" + package.value("packageName").toString();
+    const QString target = packagePath(folder.path(), model, version);
+
+    struct Case {
+        const char* label;
+        std::function<void()> corrupt;
+        std::function<void()> repair;
+    };
+    const std::vector<Case> cases = {
+        {"bytes flipped on the server's disk",
+         [&] { g_admin->call("POST", "/devcloud/upgrade/corrupt", {{"modelCode", model}, {"version", version}}); },
+         // Flipping again restores the original byte.
+         [&] { g_admin->call("POST", "/devcloud/upgrade/corrupt", {{"modelCode", model}, {"version", version}}); }},
+        {"byte flipped in transit", [&] { g_admin->armFault(url, {{"corrupt", true}, {"times", 1}}); }, [] {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        c.corrupt();
+        QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
+        QSignalSpy failed(helper(), &VornNubraHelper::downloadFail);
+        EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
+        EXPECT_EQ(failed.count(), 1);
+        EXPECT_EQ(succeeded.count(), 0);
+        EXPECT_FALSE(QFileInfo::exists(target));
+        EXPECT_FALSE(QFileInfo::exists(target + ".part"));
+        EXPECT_EQ(helper()->checkDownloadSoftwareExist(model, version), NubraCommon::Success);
+
+        c.repair();
+        EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
+        EXPECT_EQ(succeeded.count(), 1);
+        EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
+        QFile::remove(target);
+    }
+}
+
+TEST_F(UpgradeEndToEnd, packageRepublishedDuringAPauseIsFetchedAnew)
+{
+    const QString model = "VS-300 Pro";
+    const QString version = "2.2.0-beta.1";
+    registerModel(model, "2.1.0", "beta");
+    const QJsonObject before = g_admin->package(model, version);
+    const QString url = "/packages/" + before.value("packageName").toString();
+    const QString target = packagePath(folder.path(), model, version);
+    g_admin->armFault(url, {{"throttle", 1024 * 1024}, {"times", 1}});
+    startAndPauseAt(model, version, 256 * 1024);
+    ASSERT_GT(QFileInfo(target + ".part").size(), 0);
+
+    const QJsonObject after =
+        g_admin->call("POST", "/devcloud/upgrade/republish", {{"modelCode", model}, {"version", version}})
+            .value("result")
+            .toObject();
+    ASSERT_NE(after.value("sha256").toString(), before.value("sha256").toString());
+    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
+    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
+    EXPECT_EQ(succeeded.count(), 1);
+    EXPECT_EQ(sha256Of(target), after.value("sha256").toString());
+}
+
+// The client itself answers an existence request while the package is
+// downloading (the helper refuses to ask then).
+TEST_F(UpgradeEndToEnd, clientExistenceAnswerDuringARunningDownloadCountsTheBytesOnDisk)
+{
+    Nubra::Manager manager;
+    QSignalSpy configured(manager.setConfigPath(g_cloud->configPath(), {}), &Nubra::Reply::finished);
+    ASSERT_TRUE(configured.wait(5000));
+    auto finish = [](Nubra::Reply* reply) {
+        QVariantMap answer;
+        QEventLoop loop;
+        QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
+            answer = map;
+            loop.quit();
+        });
+        QTimer::singleShot(30000, &loop, &QEventLoop::quit);
+        loop.exec();
+        reply->deleteLater();
+        return answer;
+    };
+    const QVariantMap model{{"modelCode", "VS-200"}, {"version", "1.0.0"}, {"versionType", "release"},
+                            {"langType", "en"},      {"osType", "mac"},    {"maxPatch", 10}};
+    ASSERT_EQ(finish(manager.request("autoUpgrade:setAutoUpgradeConfig",
+                                     {{"VS-200", model}, {"checkInterval", 10}, {"path", folder.path()}}, {}))
+                  .value("status"),
+              "success");
+    const QJsonObject package = g_admin->package("VS-200", "1.2.0");
+    const qint64 size = qint64(package.value("packageSize").toDouble());
+    g_admin->armFault("/packages/" + package.value("packageName").toString(),
+                      {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+    const QVariantMap item{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
+    const QVariantMap exist{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
+
+    Nubra::Reply* download = manager.request("autoUpgrade:startDownload", {{"upgrades", QVariantList{item}}}, {});
+    ASSERT_EQ(download->status(), 0);
+    Nubra::Reply* twice = manager.request("autoUpgrade:startDownload", {{"upgrades", QVariantList{item}}}, {});
+    EXPECT_EQ(twice->status(), Nubra::Error::Busy);
+    finish(twice);
+
+    QVariantMap during;
+    qint64 reportedBefore = -1;
+    QObject::connect(download, &Nubra::Reply::downloadProgressOfOne, download,
+                     [&](const QString&, qint64 received, qint64) {
+                         if (reportedBefore >= 0 || received < 2 * 1024 * 1024)
+                             return;
+                         reportedBefore = received;
+                         QTimer::singleShot(0, download, [&] {
+                             during = finish(manager.request("autoUpgrade:isExist", exist, {}));
+                         });
+                     });
+    const QVariantMap done = finish(download);
+    EXPECT_EQ(done.value("status"), "success");
+    ASSERT_EQ(during.value("status"), "success");
+    const QVariantMap duringResult = during.value("result").toMap();
+    EXPECT_GE(duringResult.value("bytesReceived").toLongLong(), reportedBefore);
+    EXPECT_LT(duringResult.value("bytesReceived").toLongLong(), size);
+    EXPECT_EQ(duringResult.value("bytesTotal").toLongLong(), size);
+    EXPECT_FALSE(duringResult.value("complete").toBool());
+
+    const QVariantMap after = finish(manager.request("autoUpgrade:isExist", exist, {})).value("result").toMap();
+    EXPECT_EQ(after.value("bytesReceived").toLongLong(), size);
+    EXPECT_EQ(after.value("bytesTotal").toLongLong(), size);
+    EXPECT_TRUE(after.value("complete").toBool());
+}
+
+TEST_F(UpgradeEndToEnd, generalUpgradeRequestListsTheVersionsOfEachModel)
+{
+    struct Case {
+        QString versionType;
+        int maxPtach;
+        QStringList vs200, vs300;
+    };
+    const std::vector<Case> cases = {
+        {"release", 2, {"1.1.0", "1.2.0"}, {"2.0.0", "2.1.0"}},
+        {"beta", 10, {"1.0.0", "1.1.0", "1.2.0", "1.3.0-beta.1"}, {"2.0.0", "2.1.0", "2.2.0-beta.1"}},
+        {"release", 0, {}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE((c.versionType + " " + QString::number(c.maxPtach)).toStdString());
+        const QVariantMap body{{"checkModels", QVariantList{"VS-300 Pro"}},
+                               {"checkModulars", QVariantList{"texture"}},
+                               {"maxPtach", c.maxPtach},
+                               {"modelCode", "VS-200"},
+                               {"osType", "mac"},
+                               {"versionType", c.versionType}};
+        QVariantMap result;
+        ASSERT_EQ(helper()->post(NubraCommon::Interface::Upgrade, body, result, {}, 10000), NubraCommon::Success);
+        const QVariantList models = result.value("models").toList();
+        ASSERT_EQ(models.size(), 2);
+        for (int i = 0; i < 2; ++i) {
+            const QVariantMap model = models[i].toMap();
+            EXPECT_EQ(model.value("modelCode").toString(), i == 0 ? "VS-200" : "VS-300 Pro");
+            QStringList versions;
+            for (const QVariant& v : model.value("versions").toList())
+                versions << v.toMap().value("version").toString();
+            EXPECT_EQ(versions, i == 0 ? c.vs200 : c.vs300);
+        }
+        EXPECT_EQ(result.value("modulars").toList(),
+                  (QVariantList{QVariantMap{{"name", "texture"}, {"available", false}}}));
+    }
+}
+
+TEST_F(UpgradeEndToEnd, twoFileDownloadsSideBySide)
+{
+    const QJsonArray files = g_admin->call("GET", "/devcloud/files").value("result").toObject().value("files").toArray();
+    QMap<QString, QJsonObject> byName;
+    for (const QJsonValue& f : files)
+        byName.insert(f["name"].toString(), f.toObject());
+    const QJsonObject manual = byName.value("scanner-manual.pdf");
+    const QJsonObject board = byName.value("calibration-board.bin");
+    ASSERT_FALSE(manual.isEmpty());
+    ASSERT_FALSE(board.isEmpty());
+
+    // A folder (the file keeps its name) and a file path.
+    const QString first = folder.path() + "/scanner-manual.pdf";
+    const QString second = folder.path() + "/sub/board.bin";
+    EXPECT_EQ(helper()->downloadFile(manual["url"].toString(), folder.path() + "/"), NubraCommon::Success);
+    EXPECT_EQ(helper()->downloadFile(board["url"].toString(), second), NubraCommon::Success);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return QFileInfo::exists(first) && QFileInfo::exists(second); }, 30000));
+    EXPECT_EQ(sha256Of(first), manual["sha256"].toString());
+    EXPECT_EQ(sha256Of(second), board["sha256"].toString());
+    EXPECT_FALSE(QFileInfo::exists(first + ".part"));
+    EXPECT_FALSE(QFileInfo::exists(second + ".part"));
+}
+
+} // namespace
