@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <vector>
 
 namespace {
 
@@ -25,6 +26,15 @@ std::atomic<InstanceState> g_state{InstanceState::Uninitialised};
 VornNubraHelper* g_instance = nullptr;
 QBasicMutex g_instanceMutex;
 std::once_flag g_cleanupOnce;
+
+// Every helper's manager is left to the end of the process on purpose.
+// Keeping a pointer to it where leak checkers look (a never-destroyed global
+// list) tells them so, together with whatever the manager still owns then.
+void keepUntilProcessEnd(Nubra::Manager* manager)
+{
+    static auto* const kept = new std::vector<Nubra::Manager*>;
+    kept->push_back(manager);
+}
 
 void destroyInstance()
 {
@@ -86,6 +96,7 @@ VornNubraHelper::VornNubraHelper()
       }
 {
     m_manager = new Nubra::Manager(nullptr);
+    keepUntilProcessEnd(m_manager);
 
     const QVariantMap options{{QStringLiteral("timeout"), 30}};
     const QString path =

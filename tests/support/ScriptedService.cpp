@@ -23,9 +23,12 @@ ScriptedService::ScriptedService(QStringList names)
 ScriptedService::~ScriptedService()
 {
     Nubra::removeInterceptor(this);
-    for (const Call& call : calls)
-        if (call.reply)
-            delete call.reply.data();
+    // Every reply it made, also those of calls a test cleared: a reply whose
+    // deferred deletion was posted outside a running loop would otherwise
+    // outlive the test.
+    for (const QPointer<ScriptedReply>& reply : qAsConst(m_created))
+        if (reply)
+            delete reply.data();
 }
 
 bool ScriptedService::handles(const QString& name) const { return m_names.isEmpty() || m_names.contains(name); }
@@ -39,6 +42,7 @@ Nubra::Reply* ScriptedService::start(const Nubra::RequestContext& request)
     }
     const int status = m_status.count(request.name) ? m_status[request.name] : 0;
     auto* reply = new ScriptedReply(request.name, status);
+    m_created.append(reply);
     call.reply = reply;
     calls.append(call);
     auto script = m_scripts.find(request.name);

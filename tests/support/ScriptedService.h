@@ -80,6 +80,7 @@ private:
     std::map<QString, int> m_status;
     std::map<QString, bool> m_null;
     std::map<QString, Script> m_scripts;
+    QList<QPointer<ScriptedReply>> m_created;
 };
 
 } // namespace VornTest

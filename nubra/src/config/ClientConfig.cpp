@@ -88,6 +88,7 @@ bool ClientConfig::loadMap(const QVariantMap& map, QString* message)
         }
     }
     m_data = map;
+    rebuildCache();
     m_timeoutFromFile = map.contains(kTimeout);
     if (m_timeoutFromFile)
         m_defaultTimeoutMs = timeoutToMs(map.value(kTimeout), m_defaultTimeoutMs);
@@ -98,6 +99,7 @@ void ClientConfig::merge(const QVariantMap& entries)
 {
     for (auto it = entries.begin(); it != entries.end(); ++it)
         m_data.insert(it.key(), it.value());
+    rebuildCache();
     if (entries.contains(kTimeout))
         m_defaultTimeoutMs = timeoutToMs(entries.value(kTimeout), m_defaultTimeoutMs);
 }
@@ -110,13 +112,28 @@ void ClientConfig::setDefaultTimeout(const QVariant& value)
         m_defaultTimeoutMs = timeoutToMs(value, m_defaultTimeoutMs);
 }
 
+void ClientConfig::rebuildCache()
+{
+    m_baseUrl.reset();
+    const QUrl base(m_data.value(kBaseUrl).toString());
+    if (!base.isEmpty() && base.isValid())
+        m_baseUrl = base;
+    m_routes.clear();
+    const QVariantMap requests = m_data.value(kRequests).toMap();
+    for (auto it = requests.begin(); it != requests.end(); ++it) {
+        const QVariantMap entry = it.value().toMap();
+        RequestRoute route;
+        route.method = entry.value(QStringLiteral("method"), QStringLiteral("POST")).toString().toUpper().toLatin1();
+        route.path = entry.value(QStringLiteral("path")).toString();
+        m_routes.insert(it.key(), route);
+    }
+}
+
 std::optional<QUrl> ClientConfig::baseUrl(const QString& region) const
 {
-    QString text;
     if (region.isEmpty())
-        text = m_data.value(kBaseUrl).toString();
-    else
-        text = m_data.value(kRegions).toMap().value(region).toString();
+        return m_baseUrl;
+    const QString text = m_data.value(kRegions).toMap().value(region).toString();
     if (text.isEmpty())
         return std::nullopt;
     QUrl url(text);
@@ -127,15 +144,10 @@ std::optional<QUrl> ClientConfig::baseUrl(const QString& region) const
 
 std::optional<RequestRoute> ClientConfig::route(const QString& name) const
 {
-    const QVariantMap requests = m_data.value(kRequests).toMap();
-    auto it = requests.find(name);
-    if (it == requests.end())
+    const auto it = m_routes.constFind(name);
+    if (it == m_routes.constEnd())
         return std::nullopt;
-    const QVariantMap entry = it.value().toMap();
-    RequestRoute route;
-    route.method = entry.value(QStringLiteral("method"), QStringLiteral("POST")).toString().toUpper().toLatin1();
-    route.path = entry.value(QStringLiteral("path")).toString();
-    return route;
+    return *it;
 }
 
 int ClientConfig::defaultTimeoutMs() const { return m_defaultTimeoutMs; }

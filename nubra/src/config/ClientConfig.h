@@ -2,6 +2,7 @@
 
 #include <Nubra/Error.h>
 
+#include <QHash>
 #include <QString>
 #include <QUrl>
 #include <QVariantMap>
@@ -60,7 +61,12 @@ public:
     static int timeoutToMs(const QVariant& value, int fallbackMs);
 
 private:
+    // Parsed once per configuration: every request needs them.
+    void rebuildCache();
+
     QVariantMap m_data;
+    std::optional<QUrl> m_baseUrl;
+    QHash<QString, RequestRoute> m_routes;
     QString m_path;
     int m_defaultTimeoutMs = 30000;
     bool m_timeoutFromFile = false;

@@ -1,5 +1,6 @@
 #include <Nubra/Reply.h>
 
+#include <QPointer>
 #include <QTimer>
 
 namespace Nubra {
@@ -49,10 +50,15 @@ void Reply::failWith(Error::ErrorCode code, const QString& message, const QVaria
     map.insert(QStringLiteral("status"), QStringLiteral("failure"));
     map.insert(QStringLiteral("errorCode"), int(code));
     map.insert(QStringLiteral("message"), message);
+    // Finished from here on: a receiver of errorOccurred that aborts or
+    // fails the reply again must not cause a second errorOccurred or a
+    // second finished.
+    m_finished = true;
+    const QPointer<Reply> self(this);
     emit errorOccurred(code);
-    // A receiver of errorOccurred may have finished or deleted us; the
-    // QPointer-free check below is safe because deleteLater() is deferred.
-    finishWith(map);
+    // A receiver may have deleted the reply outright.
+    if (self)
+        emit finished(map);
 }
 
 void Reply::failLater(Error::ErrorCode code, const QString& message)

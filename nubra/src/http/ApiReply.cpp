@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QPointer>
 
 Q_LOGGING_CATEGORY(lcNubraHttp, "nubra.http", QtWarningMsg)
 
@@ -58,8 +59,12 @@ void ApiReply::transferCompleted(int curlCode)
         const auto code = errorForCurl(CURLcode(curlCode));
         const QString text = m_transfer->curlErrorText();
         qCWarning(lcNubraHttp).noquote() << requestName() << "failed:" << Error::describe(code) << "-" << text;
-        if (!m_transfer->sslErrors().isEmpty())
+        if (!m_transfer->sslErrors().isEmpty()) {
+            const QPointer<ApiReply> self(this);
             emit sslErrorOccurred(m_transfer->sslErrors());
+            if (!self)
+                return; // a receiver deleted the reply
+        }
         failWith(code, text.isEmpty() ? Error::describe(code) : text, {{QStringLiteral("httpStatus"), int(http)}});
         return;
     }

@@ -2,6 +2,9 @@
 
 #include "http/CurlTransfer.h"
 
+#include <QPointer>
+
+#include <algorithm>
 #include <QSocketNotifier>
 
 namespace Nubra {
@@ -23,6 +26,10 @@ CurlMultiDriver::CurlMultiDriver(QObject* parent)
     curl_multi_setopt(m_multi, CURLMOPT_TIMERDATA, this);
     curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, 16L);
     m_timer.setSingleShot(true);
+    // curl asks for short wake-ups (often 0 or 1 ms); a coarse timer would
+    // stretch them by up to 5%.
+    m_timer.setTimerType(Qt::PreciseTimer);
+    m_clock.start();
     connect(&m_timer, &QTimer::timeout, this, &CurlMultiDriver::timeoutReached);
 }
 
@@ -36,14 +43,55 @@ CurlMultiDriver::~CurlMultiDriver()
         delete entry.second.write;
     }
     m_sockets.clear();
+    for (CURL* easy : m_idleHandles)
+        curl_easy_cleanup(easy);
     curl_multi_cleanup(m_multi);
+}
+
+CURL* CurlMultiDriver::takeEasyHandle()
+{
+    if (m_idleHandles.empty())
+        return curl_easy_init();
+    CURL* easy = m_idleHandles.back();
+    m_idleHandles.pop_back();
+    return easy;
+}
+
+void CurlMultiDriver::returnEasyHandle(CURL* easy)
+{
+    constexpr size_t kMaxIdleHandles = 8;
+    if (m_idleHandles.size() >= kMaxIdleHandles) {
+        curl_easy_cleanup(easy);
+        return;
+    }
+    curl_easy_reset(easy);
+    m_idleHandles.push_back(easy);
 }
 
 bool CurlMultiDriver::add(CurlTransfer* transfer)
 {
-    if (curl_multi_add_handle(m_multi, transfer->handle()) != CURLM_OK)
+    m_adding = true;
+    const CURLMcode added = curl_multi_add_handle(m_multi, transfer->handle());
+    m_adding = false;
+    if (added != CURLM_OK)
         return false;
     m_active.insert(transfer);
+    // Start at once rather than on the next loop turn: on a kept-alive
+    // connection the request leaves before the caller has even connected
+    // to its reply. Completions are still reported from the event loop
+    // only, never from inside add() (that is, inside Manager::request()).
+    int running = 0;
+    curl_multi_socket_action(m_multi, CURL_SOCKET_TIMEOUT, 0, &running);
+    if (size_t(running) < m_active.size() && !m_collectQueued) {
+        m_collectQueued = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_collectQueued = false;
+                collectCompleted();
+            },
+            Qt::QueuedConnection);
+    }
     return true;
 }
 
@@ -68,12 +116,46 @@ int CurlMultiDriver::timerCallback(CURLM*, long timeoutMs, void* driver)
 {
     auto* self = static_cast<CurlMultiDriver*>(driver);
     // curl_multi_socket_action() must not be called from inside this
-    // callback; a zero-length timer calls it on the next loop turn instead.
+    // callback: "now" becomes a queued call on the next loop turn, a later
+    // time a timer.
+    //
+    // Qt keeps its timers in one list sorted by deadline, and starting or
+    // stopping one walks that list. Each blocking call of the helper leaves
+    // a single-shot timer there until its time-out, so under load the list
+    // holds thousands of timers. The timer is therefore started as rarely as
+    // possible: never stopped (an early or needless wake-up only makes curl
+    // ask for the remaining time again), not restarted while an earlier
+    // wake-up is pending, and far deadlines are capped so that a pending
+    // wake-up exists most of the time while transfers run.
     if (timeoutMs < 0)
-        self->m_timer.stop();
-    else
-        self->m_timer.start(int(timeoutMs));
+        return 0;
+    if (timeoutMs == 0) {
+        self->scheduleTimeoutAction();
+        return 0;
+    }
+    constexpr long kLongestWaitMs = 500;
+    const long wait = std::min(timeoutMs, kLongestWaitMs);
+    const qint64 deadline = self->m_clock.elapsed() + wait;
+    if (self->m_timer.isActive() && self->m_timerDeadline <= deadline)
+        return 0;
+    self->m_timerDeadline = deadline;
+    self->m_timer.start(int(wait));
     return 0;
+}
+
+void CurlMultiDriver::scheduleTimeoutAction()
+{
+    // Inside add() the socket action follows at once anyway.
+    if (m_timeoutActionQueued || m_adding)
+        return;
+    m_timeoutActionQueued = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_timeoutActionQueued = false;
+            timeoutReached();
+        },
+        Qt::QueuedConnection);
 }
 
 void CurlMultiDriver::watchSocket(curl_socket_t socket, int what)
@@ -104,16 +186,15 @@ void CurlMultiDriver::unwatchSocket(curl_socket_t socket)
     auto it = m_sockets.find(socket);
     if (it == m_sockets.end())
         return;
-    // This may run inside the notifier's own activated() signal: disable
-    // now, delete once control is back in the event loop.
-    for (QSocketNotifier* notifier : {it->second.read, it->second.write}) {
-        if (notifier) {
+    // curl says this at the end of every transfer on a kept-alive
+    // connection, and the next transfer wants the same socket again: keep
+    // the notifiers, disabled, for the next watchSocket() of this socket
+    // number (a notifier holds nothing but the number). This may run
+    // inside the notifier's own activated() signal, so nothing is deleted
+    // here.
+    for (QSocketNotifier* notifier : {it->second.read, it->second.write})
+        if (notifier)
             notifier->setEnabled(false);
-            notifier->disconnect(this);
-            notifier->deleteLater();
-        }
-    }
-    m_sockets.erase(it);
 }
 
 void CurlMultiDriver::socketReady(curl_socket_t socket, int events)
@@ -132,6 +213,9 @@ void CurlMultiDriver::timeoutReached()
 
 void CurlMultiDriver::collectCompleted()
 {
+    // complete() runs the owners' code, which may delete this driver (with
+    // its manager): stop reading messages then.
+    const QPointer<CurlMultiDriver> self(this);
     int pending = 0;
     while (CURLMsg* message = curl_multi_info_read(m_multi, &pending)) {
         if (message->msg != CURLMSG_DONE)
@@ -145,6 +229,8 @@ void CurlMultiDriver::collectCompleted()
         remove(transfer);
         // The transfer's owner may delete it from here on.
         transfer->complete(result);
+        if (!self)
+            return;
     }
 }
 

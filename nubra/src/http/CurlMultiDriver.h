@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 
@@ -7,6 +8,7 @@
 
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 class QSocketNotifier;
 
@@ -28,6 +30,12 @@ public:
     bool add(CurlTransfer* transfer);
     void remove(CurlTransfer* transfer);
 
+    // Easy handles are kept for reuse: a fresh one costs allocations and a
+    // new receive buffer for every request.
+    CURL* takeEasyHandle();
+    // Resets the handle's options and keeps it (or cleans it up).
+    void returnEasyHandle(CURL* easy);
+
 private:
     struct SocketWatch {
         QSocketNotifier* read = nullptr;
@@ -41,12 +49,19 @@ private:
     void unwatchSocket(curl_socket_t socket);
     void socketReady(curl_socket_t socket, int events);
     void timeoutReached();
+    void scheduleTimeoutAction();
     void collectCompleted();
 
     CURLM* m_multi = nullptr;
     QTimer m_timer;
     std::unordered_map<curl_socket_t, SocketWatch> m_sockets;
     std::unordered_set<CurlTransfer*> m_active;
+    std::vector<CURL*> m_idleHandles;
+    bool m_collectQueued = false;
+    bool m_timeoutActionQueued = false;
+    bool m_adding = false;
+    QElapsedTimer m_clock;
+    qint64 m_timerDeadline = 0; // m_clock time the pending wake-up is due
 };
 
 } // namespace Nubra

@@ -3,12 +3,15 @@
 #include "http/CurlErrorMap.h"
 #include "http/CurlMultiDriver.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace Nubra {
 
 CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
     : QObject(parent)
     , m_driver(driver)
-    , m_easy(curl_easy_init())
+    , m_easy(driver ? driver->takeEasyHandle() : curl_easy_init())
 {
     curl_easy_setopt(m_easy, CURLOPT_PRIVATE, this);
     curl_easy_setopt(m_easy, CURLOPT_ERRORBUFFER, m_errorBuffer);
@@ -18,7 +21,10 @@ CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
     curl_easy_setopt(m_easy, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(m_easy, CURLOPT_MAXREDIRS, 5L);
     curl_easy_setopt(m_easy, CURLOPT_CONNECTTIMEOUT_MS, 10000L);
-    curl_easy_setopt(m_easy, CURLOPT_ACCEPT_ENCODING, "");
+    // No Accept-Encoding: for the small JSON answers of the API, compressing
+    // costs the server more than it saves (measured against nubra-devcloud:
+    // brotli halves its rate, gzip takes a third), and files are compressed
+    // already.
     curl_easy_setopt(m_easy, CURLOPT_USERAGENT, "nubra/1.0");
     curl_easy_setopt(m_easy, CURLOPT_WRITEFUNCTION, &CurlTransfer::writeCallback);
     curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, this);
@@ -32,7 +38,12 @@ CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
 CurlTransfer::~CurlTransfer()
 {
     cancel();
-    curl_easy_cleanup(m_easy);
+    // The handle forgets its options (and so the header list) before the
+    // list is freed.
+    if (m_driver)
+        m_driver->returnEasyHandle(m_easy);
+    else
+        curl_easy_cleanup(m_easy);
     curl_slist_free_all(m_headers);
 }
 
@@ -44,12 +55,17 @@ void CurlTransfer::setUrl(const QUrl& url)
 
 void CurlTransfer::setMethod(const QByteArray& method)
 {
+    m_method = method;
     if (method == "GET") {
         curl_easy_setopt(m_easy, CURLOPT_HTTPGET, 1L);
     } else if (method == "POST") {
         curl_easy_setopt(m_easy, CURLOPT_POST, 1L);
     } else if (method == "PUT") {
         curl_easy_setopt(m_easy, CURLOPT_UPLOAD, 1L);
+        // An upload reads its body through the read callback, which
+        // defaults to reading stdin: serve an in-memory body from there.
+        if (!m_source && !m_body.isNull())
+            readBodyFromMemory();
     } else {
         curl_easy_setopt(m_easy, CURLOPT_CUSTOMREQUEST, method.constData());
     }
@@ -66,8 +82,28 @@ void CurlTransfer::addHeader(const QByteArray& name, const QByteArray& value)
 void CurlTransfer::setBody(const QByteArray& body)
 {
     m_body = body;
+    if (m_body.isNull())
+        m_body = QByteArray(""); // empty, but marked as given
+    if (m_method == "PUT") {
+        readBodyFromMemory();
+        return;
+    }
     curl_easy_setopt(m_easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(m_body.size()));
     curl_easy_setopt(m_easy, CURLOPT_POSTFIELDS, m_body.constData());
+}
+
+void CurlTransfer::readBodyFromMemory()
+{
+    m_bodyOffset = 0;
+    setBodySource(
+        [this](char* buffer, size_t size) {
+            const size_t left = size_t(m_body.size()) - m_bodyOffset;
+            const size_t count = std::min(size, left);
+            std::memcpy(buffer, m_body.constData() + m_bodyOffset, count);
+            m_bodyOffset += count;
+            return count;
+        },
+        m_body.size());
 }
 
 void CurlTransfer::setBodySource(BodySource source, qint64 size)
@@ -146,10 +182,13 @@ long CurlTransfer::httpStatus() const
 
 QByteArray CurlTransfer::responseHeader(const QByteArray& name) const
 {
+    // Parsed on demand: most transfers never ask.
     const QByteArray wanted = name.toLower();
-    for (auto it = m_responseHeaders.crbegin(); it != m_responseHeaders.crend(); ++it)
-        if (it->first == wanted)
-            return it->second;
+    for (auto it = m_responseHeaders.crbegin(); it != m_responseHeaders.crend(); ++it) {
+        const int colon = it->indexOf(':');
+        if (colon > 0 && it->left(colon).trimmed().toLower() == wanted)
+            return it->mid(colon + 1).trimmed();
+    }
     return {};
 }
 
@@ -161,8 +200,11 @@ void CurlTransfer::complete(CURLcode result)
         curl_easy_getinfo(m_easy, CURLINFO_SSL_VERIFYRESULT, &verify);
         m_sslErrors = sslErrorsFor(result, verify);
     }
+    // A receiver of the final progress may delete the transfer.
+    const QPointer<CurlTransfer> self(this);
     emitProgress(true);
-    emit completed(int(result));
+    if (self)
+        emit completed(int(result));
 }
 
 size_t CurlTransfer::writeCallback(char* data, size_t size, size_t count, void* self)
@@ -186,15 +228,10 @@ size_t CurlTransfer::headerCallback(char* data, size_t size, size_t count, void*
 {
     auto* transfer = static_cast<CurlTransfer*>(self);
     const size_t bytes = size * count;
-    const QByteArray line = QByteArray(data, int(bytes)).trimmed();
-    if (line.startsWith("HTTP/")) {
-        // A new response (after a redirect or 100-continue): forget the old headers.
-        transfer->m_responseHeaders.clear();
-    } else {
-        const int colon = line.indexOf(':');
-        if (colon > 0)
-            transfer->m_responseHeaders.append({line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed()});
-    }
+    if (bytes >= 5 && std::memcmp(data, "HTTP/", 5) == 0)
+        transfer->m_responseHeaders.clear(); // a new response (redirect, 100-continue)
+    else if (bytes > 2)
+        transfer->m_responseHeaders.append(QByteArray(data, int(bytes)));
     return bytes;
 }
 

@@ -79,17 +79,20 @@ private:
     static int progressCallback(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                                 curl_off_t ulNow);
     void emitProgress(bool force);
+    void readBodyFromMemory();
 
     QPointer<CurlMultiDriver> m_driver;
     CURL* m_easy = nullptr;
     curl_slist* m_headers = nullptr;
     QByteArray m_url;
+    QByteArray m_method;
     QByteArray m_body;
+    size_t m_bodyOffset = 0;
     QByteArray m_caFile;
     QByteArray m_proxy;
     BodySink m_sink;
     BodySource m_source;
-    QList<QPair<QByteArray, QByteArray>> m_responseHeaders;
+    QList<QByteArray> m_responseHeaders; // raw lines of the last response
     QList<QSslError> m_sslErrors;
     char m_errorBuffer[CURL_ERROR_SIZE] = {};
     bool m_running = false;

@@ -40,7 +40,7 @@ QString redactedUrl(const QUrl& url)
     const auto items = query.queryItems();
     QUrlQuery redacted;
     for (const auto& item : items)
-        redacted.addQueryItem(item.first, isSecretName(item.first) ? QStringLiteral("***") : item.second);
+        redacted.addQueryItem(item.first, QStringLiteral("***"));
     copy.setQuery(redacted);
     return copy.toString();
 }

@@ -18,7 +18,8 @@ void appendQuery(QUrlQuery& query, const QVariantMap& params);
 
 // Header names that carry secrets; their values never reach our logs.
 bool isSecretName(const QString& name);
-// The URL with the values of secret query parameters replaced by "***".
+// The URL with every query value replaced by "***": the query carries
+// tokens and, for GET requests, the request body.
 QString redactedUrl(const QUrl& url);
 
 } // namespace Nubra

@@ -1,0 +1,226 @@
+// Sequential blocking POST calls per second and their latency, against a
+// local nubra-devcloud, for three clients side by side in one run:
+//   helper  VornNubraHelper::post (helper + nubra client + libcurl multi on the Qt loop)
+//   curl    a bare libcurl easy handle, connection kept alive (the peer)
+//   qnam    a bare QNetworkAccessManager waited for in a local QEventLoop
+// All three POST the same JSON body to the same endpoint ("getDeviceAction").
+// Rounds are interleaved and the median round is reported.
+//
+//   build/bin/bench_blocking [requests-per-round] [rounds] [call-timeout-ms]
+
+#include <VornNubraHelper.h>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QEventLoop>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <curl/curl.h>
+#include <glog/logging.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const kDevice = "VS2024000123";
+
+struct Figures {
+    double perSecond = 0;
+    double p50Ms = 0;
+    double p99Ms = 0;
+    int failures = 0;
+};
+
+// Runs one blocking request `count` times; each call returns true on success.
+Figures measure(int count, const std::function<bool()>& call)
+{
+    std::vector<double> latencies;
+    latencies.reserve(size_t(count));
+    Figures f;
+    QElapsedTimer total;
+    total.start();
+    for (int i = 0; i < count; ++i) {
+        QElapsedTimer one;
+        one.start();
+        if (!call())
+            ++f.failures;
+        latencies.push_back(double(one.nsecsElapsed()) / 1e6);
+    }
+    const double seconds = double(total.nsecsElapsed()) / 1e9;
+    std::sort(latencies.begin(), latencies.end());
+    f.perSecond = count / seconds;
+    f.p50Ms = latencies[latencies.size() / 2];
+    f.p99Ms = latencies[std::min(latencies.size() - 1, size_t(double(latencies.size()) * 0.99))];
+    return f;
+}
+
+Figures median(std::vector<Figures> rounds)
+{
+    std::sort(rounds.begin(), rounds.end(), [](const Figures& a, const Figures& b) { return a.perSecond < b.perSecond; });
+    return rounds[rounds.size() / 2];
+}
+
+size_t collect(char* data, size_t size, size_t count, void* out)
+{
+    static_cast<std::string*>(out)->append(data, size * count);
+    return size * count;
+}
+
+class BareCurl {
+public:
+    explicit BareCurl(const std::string& url)
+        : m_easy(curl_easy_init())
+    {
+        m_headers = curl_slist_append(m_headers, "Content-Type: application/json");
+        m_headers = curl_slist_append(m_headers, "Accept: application/json");
+        curl_easy_setopt(m_easy, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(m_easy, CURLOPT_HTTPHEADER, m_headers);
+        curl_easy_setopt(m_easy, CURLOPT_POSTFIELDS, m_body.c_str());
+        curl_easy_setopt(m_easy, CURLOPT_WRITEFUNCTION, &collect);
+        curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, &m_answer);
+        curl_easy_setopt(m_easy, CURLOPT_NOSIGNAL, 1L);
+    }
+    ~BareCurl()
+    {
+        curl_easy_cleanup(m_easy);
+        curl_slist_free_all(m_headers);
+    }
+    bool post()
+    {
+        m_answer.clear();
+        return curl_easy_perform(m_easy) == CURLE_OK && m_answer.find("\"success\"") != std::string::npos;
+    }
+
+private:
+    CURL* m_easy;
+    curl_slist* m_headers = nullptr;
+    std::string m_body = std::string("{\"sn\":\"") + kDevice + "\"}";
+    std::string m_answer;
+};
+
+bool qnamPost(QNetworkAccessManager& manager, const QUrl& url, const QByteArray& body)
+{
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    QNetworkReply* reply = manager.post(request, body);
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    const bool ok = reply->error() == QNetworkReply::NoError && reply->readAll().contains("\"success\"");
+    reply->deleteLater();
+    return ok;
+}
+
+void print(const char* name, const Figures& f, int count)
+{
+    std::printf("%-34s %6d req  %9.0f req/s  p50 %7.3f ms  p99 %7.3f ms  failures %d\n", name, count, f.perSecond,
+                f.p50Ms, f.p99Ms, f.failures);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    const int count = argc > 1 ? std::max(10, atoi(argv[1])) : 2000;
+    const int rounds = argc > 2 ? std::max(1, atoi(argv[2])) : 5;
+    // The blocking call's time-out (ms). Each call leaves its single-shot
+    // timer registered until it expires, so at thousands of calls per
+    // second the time-out sets how many timers the event loop carries.
+    const int callTimeoutMs = argc > 3 ? std::max(100, atoi(argv[3])) : 10000;
+    // QNetworkAccessManager waits ~40 ms per POST for the server's delayed
+    // ACK; a smaller sample gives the same rate in reasonable time.
+    const int qnamCount = std::max(10, count / 20);
+
+    QTemporaryDir dir;
+    QProcess cloud;
+    cloud.setProcessChannelMode(QProcess::MergedChannels);
+    cloud.start(QCoreApplication::applicationDirPath() + "/nubra-devcloud",
+                {"--port", "0", "--write-config", dir.filePath("config.json"), "--data", dir.filePath("data")});
+    QString output, baseUrl;
+    const QDeadlineTimer deadline(15000);
+    static const QRegularExpression listening("listening on (\\S+)");
+    while (baseUrl.isEmpty() && !deadline.hasExpired() && cloud.waitForReadyRead(1000)) {
+        output += QString::fromUtf8(cloud.readAll());
+        baseUrl = listening.match(output).captured(1);
+    }
+    if (baseUrl.isEmpty()) {
+        std::fprintf(stderr, "bench_blocking: nubra-devcloud did not start: %s\n", qPrintable(output));
+        return 1;
+    }
+    qputenv("NUBRA_CONFIG", dir.filePath("config.json").toUtf8());
+    // As in an application: glog initialised, the helper's INFO lines go to
+    // a (buffered) log file rather than unbuffered to stderr.
+    FLAGS_log_dir = dir.path().toStdString();
+    google::InitGoogleLogging(argv[0]);
+
+    const QJsonObject config =
+        QJsonDocument::fromJson([&] {
+            QFile f(dir.filePath("config.json"));
+            f.open(QIODevice::ReadOnly);
+            return f.readAll();
+        }()).object();
+    const QString path =
+        config.value("requests").toObject().value("getDeviceAction").toObject().value("path").toString();
+    const QUrl url(baseUrl + path);
+
+    VornNubraHelper* helper = VornNubraHelper::getInstance();
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    BareCurl curl(url.toString().toStdString());
+    QNetworkAccessManager qnam;
+    const QByteArray body = QByteArray("{\"sn\":\"") + kDevice + "\"}";
+
+    const auto helperCall = [helper, callTimeoutMs] {
+        QVariantMap result;
+        return helper->post(NubraCommon::Interface::GetDeviceAction, {{"sn", kDevice}}, result, {}, callTimeoutMs) ==
+               NubraCommon::Success;
+    };
+    const auto curlCall = [&curl] { return curl.post(); };
+    const auto qnamCall = [&] { return qnamPost(qnam, url, body); };
+
+    // Warm up: connections, caches, the devcloud's threads.
+    measure(100, helperCall);
+    measure(100, curlCall);
+    measure(5, qnamCall);
+
+    // The machine is shared: each round measures the peer and ours back
+    // to back, and the ratio is taken per round before the median, so that
+    // a busy spell hits both sides of a ratio alike.
+    std::vector<Figures> helperRounds, curlRounds, qnamRounds;
+    std::vector<double> helperRatios, qnamRatios;
+    for (int r = 0; r < rounds; ++r) {
+        curlRounds.push_back(measure(count, curlCall));
+        helperRounds.push_back(measure(count, helperCall));
+        qnamRounds.push_back(measure(qnamCount, qnamCall));
+        helperRatios.push_back(helperRounds.back().perSecond / curlRounds.back().perSecond);
+        qnamRatios.push_back(qnamRounds.back().perSecond / curlRounds.back().perSecond);
+    }
+    const Figures h = median(helperRounds), c = median(curlRounds), q = median(qnamRounds);
+    std::sort(helperRatios.begin(), helperRatios.end());
+    std::sort(qnamRatios.begin(), qnamRatios.end());
+
+    std::printf("Sequential blocking POST %s, median of %d rounds\n", qPrintable(url.toString()), rounds);
+    print("libcurl easy handle (peer)", c, count);
+    print("VornNubraHelper::post + nubra", h, count);
+    print("QNetworkAccessManager + QEventLoop", q, qnamCount);
+    std::printf("helper / libcurl: %.2f (median of per-round ratios; range %.2f - %.2f; target >= 0.80)\n",
+                helperRatios[helperRatios.size() / 2], helperRatios.front(), helperRatios.back());
+    std::printf("QNAM   / libcurl: %.3f\n", qnamRatios[qnamRatios.size() / 2]);
+
+    cloud.terminate();
+    cloud.waitForFinished(10000);
+    return h.failures + c.failures + q.failures == 0 ? 0 : 1;
+}

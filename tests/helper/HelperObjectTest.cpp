@@ -1,0 +1,182 @@
+// The helper object: singleton, construction (configuration handlers,
+// download folder, placeholder token), the pass-through getters and the
+// gate of the leveled log.
+
+#include "HelperTestSupport.h"
+
+#include "VornLog.h"
+
+#include <ScriptedService.h>
+
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using NubraCommon::Interface;
+using VornTest::GlogCapture;
+using VornTest::ScriptedService;
+
+namespace {
+
+// A helper built with NUBRA_CONFIG pointing at path; deletes its manager
+// too, which the helper itself never does.
+class OwnHelper {
+public:
+    explicit OwnHelper(const QString& configPath)
+    {
+        qputenv("NUBRA_CONFIG", configPath.toUtf8());
+        helper = std::make_unique<VornNubraHelper>();
+        qputenv("NUBRA_CONFIG", QByteArray());
+    }
+    ~OwnHelper()
+    {
+        Nubra::Manager* manager = VornNubraHelperTestAccess::manager(*helper);
+        helper.reset();
+        delete manager;
+    }
+    std::unique_ptr<VornNubraHelper> helper;
+};
+
+QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& content)
+{
+    const QString path = dir.filePath(name);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(content);
+    return path;
+}
+
+} // namespace
+
+TEST(HelperObject, singletonIsCreatedOnceWithPlaceholderToken)
+{
+    VornNubraHelper* first = VornNubraHelper::getInstance();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(VornNubraHelper::getInstance(), first);
+    EXPECT_EQ(VornNubraHelperTestAccess::userToken(*first), "vqmpz");
+    EXPECT_NE(VornNubraHelperTestAccess::manager(*first), nullptr);
+    EXPECT_EQ(first->parent(), nullptr);
+
+    // The download folder exists after construction.
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                           "/Kelmar Hub/tarvodownload";
+    EXPECT_TRUE(QDir(folder).exists()) << folder.toStdString();
+
+    // Six signals, in their fixed order.
+    const QMetaObject& meta = VornNubraHelper::staticMetaObject;
+    const char* const signatures[] = {"subscribeData(QString,QVariantMap)", "uploadProgress(qlonglong,qlonglong)",
+                                      "downloadProgress(qlonglong,qlonglong)", "downloadSuccess()", "downloadFail()",
+                                      "quitDownloadLoop()"};
+    ASSERT_EQ(meta.methodCount() - meta.methodOffset(), 6);
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(meta.method(meta.methodOffset() + i).methodSignature(), QByteArray(signatures[i]));
+}
+
+// Before any setUserToken a request with the auth marker carries "vqmpz";
+// afterwards the token that was set.
+TEST(HelperObject, placeholderTokenUntilSet)
+{
+    OwnHelper own{QString()};
+    ScriptedService service;
+    service.answerAfter("listFAPackageInstance", 0, {{"status", "success"}});
+    QVariantMap result;
+    ASSERT_EQ(own.helper->post(Interface::ListFAPackageInstance, {}, result, {}, 5000), NubraCommon::Success);
+    own.helper->setUserToken("signed-in");
+    ASSERT_EQ(own.helper->get(Interface::ListFAPackageInstance, {}, result, 5000), NubraCommon::Success);
+    ASSERT_EQ(service.calls.size(), 2);
+    EXPECT_EQ(service.calls[0].record.value("headers").toMap().value("X-Auth-Token").toString(), "vqmpz");
+    EXPECT_EQ(service.calls[1].record.value("headers").toMap().value("X-Auth-Token").toString(), "signed-in");
+    QTest::qWait(0);
+}
+
+// The constructor does not wait for the configuration: its handlers log on
+// a later turn of the event loop, once.
+TEST(HelperObject, configurationHandlersLogTheOutcome)
+{
+    QTemporaryDir dir;
+    const QString valid = writeFile(dir, "valid.json",
+                                    R"({"baseUrl": "http://127.0.0.1:9", "requests": {},
+                                        "productLines": {"default": {"productLine": "VornScan"}}})");
+    const QString malformed = writeFile(dir, "malformed.json", "{\"baseUrl\": ");
+    struct Case {
+        const char* what;
+        QString path;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {"valid file", valid, true},
+        {"missing file", dir.filePath("absent.json"), false},
+        {"malformed file", malformed, false},
+        {"no override: the file beside the application is absent", QString(), false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        GlogCapture glog;
+        OwnHelper own(c.path);
+        EXPECT_TRUE(glog.texts().isEmpty()) << "nothing is logged before the event loop runs";
+        QTest::qWait(0);
+        QTest::qWait(0);
+        if (c.accepted) {
+            EXPECT_EQ(glog.texts(), QStringList{"set NubraCfg Success"});
+        } else {
+            EXPECT_GE(glog.count("set NubraCfg error"), 1);
+            EXPECT_EQ(glog.count("set NubraCfg Success"), 0);
+            EXPECT_EQ(glog.count("set NubraCfg error"), glog.texts().size());
+        }
+        for (const auto& record : glog.records())
+            EXPECT_EQ(record.file, "VornNubraHelper");
+    }
+}
+
+// configData and productLineInformation hand the client's maps over as they are.
+TEST(HelperObject, gettersPassTheClientsMapsOn)
+{
+    QTemporaryDir dir;
+    const QString path = writeFile(dir, "config.json",
+                                   R"({"baseUrl": "http://127.0.0.1:9", "custom": {"a": 1},
+                                       "productLines": {"default": {"productLine": "VornScan", "models": ["VS-200"]}}})");
+    OwnHelper own(path);
+    QTest::qWait(0);
+    Nubra::Manager* manager = VornNubraHelperTestAccess::manager(*own.helper);
+    EXPECT_EQ(own.helper->configData(), manager->configData());
+    EXPECT_EQ(own.helper->configData().value("custom").toMap().value("a").toInt(), 1);
+    EXPECT_EQ(own.helper->productLineInformation(),
+              (QVariantMap{{"productLine", "VornScan"}, {"models", QVariantList{"VS-200"}}}));
+}
+
+// The gate of every leveled log line: with --equal_level only verbosity 0
+// logs; without it any verbosity of 0 or more.
+TEST(HelperObject, logGateFollowsEqualLevelAndVerbosity)
+{
+    VornNubraHelper* helper = VornNubraHelper::getInstance();
+    ScriptedService service;
+    service.answerAfter("fetchCountries", 0, {{"status", "success"}});
+    struct Case {
+        bool equalLevel;
+        int verbosity;
+        bool written;
+    };
+    const Case cases[] = {
+        {false, 0, true}, {false, 2, true}, {false, -1, false}, {true, 0, true}, {true, 1, false}, {true, -1, false},
+    };
+    const bool savedEqual = FLAGS_equal_level;
+    const int savedV = FLAGS_v;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.equalLevel) + " v=" + std::to_string(c.verbosity));
+        FLAGS_equal_level = c.equalLevel;
+        FLAGS_v = c.verbosity;
+        GlogCapture glog;
+        QVariantMap result;
+        EXPECT_EQ(helper->post(Interface::FetchCountries, {}, result, {}, 5000), NubraCommon::Success);
+        FLAGS_equal_level = savedEqual;
+        FLAGS_v = savedV;
+        const QStringList expected =
+            c.written ? QStringList{"Nubra Post :fetchCountries", "Nubra Post Success"} : QStringList{};
+        EXPECT_EQ(glog.texts(), expected);
+    }
+    QTest::qWait(0);
+}

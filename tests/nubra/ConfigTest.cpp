@@ -1,0 +1,240 @@
+// The client's configuration: the time-out rule, file validation,
+// NUBRA_CONFIG, replies of the configuration calls, refused request names.
+
+#include "ClientHarness.h"
+
+#include "config/ClientConfig.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using Nubra::ClientConfig;
+using Nubra::Error;
+using VornTest::Observed;
+
+namespace {
+
+QString write(const QTemporaryDir& dir, const QString& name, const QByteArray& content)
+{
+    QFile file(dir.filePath(name));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(content);
+    return file.fileName();
+}
+
+// Sets an environment variable for the life of the object.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const QByteArray& value)
+        : m_name(name)
+        , m_old(qgetenv(name))
+    {
+        qputenv(name, value);
+    }
+    ~ScopedEnv() { qputenv(m_name, m_old); }
+
+private:
+    const char* m_name;
+    QByteArray m_old;
+};
+
+} // namespace
+
+// One rule: below 1000 seconds, from 1000 on milliseconds.
+TEST(ClientConfigTest, timeoutRule)
+{
+    struct Case {
+        QVariant value;
+        int expectedMs;
+    };
+    const int fallback = 7777;
+    const Case cases[] = {
+        {30, 30000},                 // the configuration maps' {"timeout": 30}
+        {3, 3000},                   // {"timeout": 3}
+        {QVariant(30.0), 30000},     // JSON numbers arrive as doubles
+        {0.5, 500},
+        {999, 999000},
+        {1000, 1000},                // request options in milliseconds
+        {5000, 5000},
+        {QStringLiteral("30"), 30000},
+        {0, fallback},
+        {-5, fallback},
+        {QStringLiteral("soon"), fallback},
+        {QVariant(), fallback},
+        {1e12, 24 * 3600 * 1000},    // capped at a day
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(ClientConfig::timeoutToMs(c.value, fallback), c.expectedMs) << c.value.toString().toStdString();
+}
+
+TEST(ClientConfigTest, fileValidation)
+{
+    QTemporaryDir dir;
+    struct Case {
+        const char* what;
+        QByteArray content; // empty: no file
+        bool accepted;
+        Error::ErrorCode error;
+    };
+    const Case cases[] = {
+        {"valid", R"({"baseUrl": "http://127.0.0.1:1", "requests": {"a": {"method": "GET", "path": "/a"}}})", true,
+         Error::NoError},
+        {"missing file", QByteArray(), false, Error::ConfigMissing},
+        {"not JSON", "{\"baseUrl\": ", false, Error::ConfigMalformed},
+        {"JSON array", "[1, 2]", false, Error::ConfigMalformed},
+        {"baseUrl not http", R"({"baseUrl": "ftp://127.0.0.1/"})", false, Error::ConfigMalformed},
+        {"requests not an object", R"({"requests": []})", false, Error::ConfigMalformed},
+        {"request path not absolute", R"({"requests": {"a": {"path": "a"}}})", false, Error::ConfigMalformed},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const QString path = c.content.isEmpty() ? dir.filePath("absent.json")
+                                                 : write(dir, QString::fromLatin1(c.what) + ".json", c.content);
+        ClientConfig config;
+        Error::ErrorCode error = Error::NoError;
+        QString message;
+        EXPECT_EQ(config.loadFile(path, &error, &message), c.accepted);
+        EXPECT_EQ(error, c.error);
+        if (!c.accepted) {
+            EXPECT_TRUE(message.contains(path)) << message.toStdString();
+            EXPECT_FALSE(config.isLoaded()) << "a rejected file leaves the configuration as it was";
+        }
+    }
+}
+
+// The file's time-out wins over the application's default; without one
+// the application's default (seconds or milliseconds by the same rule) holds.
+TEST(ClientConfigTest, defaultTimeoutSources)
+{
+    QTemporaryDir dir;
+    const QString withTimeout = write(dir, "with.json", R"({"timeout": 12})");
+    const QString without = write(dir, "without.json", R"({"baseUrl": "http://127.0.0.1:1"})");
+    struct Case {
+        QString path;
+        QVariant applicationDefault;
+        int expectedMs;
+    };
+    const Case cases[] = {
+        {withTimeout, 30, 12000},
+        {without, 30, 30000},
+        {without, 3, 3000},
+        {without, 2500, 2500},
+        {without, QVariant(), 30000},
+    };
+    for (const Case& c : cases) {
+        ClientConfig config;
+        Error::ErrorCode error;
+        QString message;
+        ASSERT_TRUE(config.loadFile(c.path, &error, &message));
+        if (c.applicationDefault.isValid())
+            config.setDefaultTimeout(c.applicationDefault);
+        EXPECT_EQ(config.defaultTimeoutMs(), c.expectedMs) << c.path.toStdString();
+    }
+}
+
+TEST(ClientConfigTest, pathsResolveBesideTheFile)
+{
+    QTemporaryDir dir;
+    const QString path = write(dir, "config.json", R"({"caFile": "certs/ca.pem", "stallTimeout": 5})");
+    ClientConfig config;
+    Error::ErrorCode error;
+    QString message;
+    ASSERT_TRUE(config.loadFile(path, &error, &message));
+    EXPECT_EQ(config.caFile(), dir.filePath("certs/ca.pem"));
+    EXPECT_EQ(config.resolvePath("/abs/file"), "/abs/file");
+    EXPECT_EQ(config.stallSeconds(), 5);
+}
+
+// setConfigPath reports through its reply, on a later loop turn, once.
+TEST(ManagerConfigTest, setConfigPathReplies)
+{
+    QTemporaryDir dir;
+    const QString valid = write(dir, "valid.json", R"({"baseUrl": "http://127.0.0.1:1", "custom": 1})");
+    const QString malformed = write(dir, "bad.json", "{");
+    struct Case {
+        const char* what;
+        QString path;
+        QByteArray env; // NUBRA_CONFIG
+        bool success;
+        Error::ErrorCode error;
+    };
+    const Case cases[] = {
+        {"valid", valid, QByteArray(), true, Error::NoError},
+        {"missing", dir.filePath("none.json"), QByteArray(), false, Error::ConfigMissing},
+        {"malformed", malformed, QByteArray(), false, Error::ConfigMalformed},
+        {"NUBRA_CONFIG overrides a missing path", dir.filePath("none.json"), valid.toUtf8(), true, Error::NoError},
+        {"NUBRA_CONFIG overrides a valid path", valid, malformed.toUtf8(), false, Error::ConfigMalformed},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ScopedEnv env("NUBRA_CONFIG", c.env);
+        Nubra::Manager manager;
+        const Observed o = VornTest::observe(manager.setConfigPath(c.path, {{"timeout", 30}}));
+        EXPECT_FALSE(o.guardExpired);
+        EXPECT_EQ(o.status, 0);
+        EXPECT_EQ(o.finished, 1);
+        if (c.success) {
+            EXPECT_EQ(o.errors, 0);
+            EXPECT_EQ(o.map.value("status").toString(), "success");
+            EXPECT_EQ(manager.configData().value("custom").toInt(), 1);
+        } else {
+            EXPECT_EQ(o.errors, 1);
+            EXPECT_TRUE(o.errorBeforeFinished);
+            EXPECT_EQ(o.error, c.error);
+            EXPECT_EQ(o.map.value("status").toString(), "failure");
+            EXPECT_EQ(o.map.value("errorCode").toInt(), int(c.error));
+            EXPECT_FALSE(o.map.value("message").toString().isEmpty());
+            EXPECT_TRUE(manager.configData().isEmpty());
+        }
+    }
+}
+
+TEST(ManagerConfigTest, setConfigDataMergesAndValidates)
+{
+    Nubra::Manager manager;
+    Observed o = VornTest::observe(manager.setConfigData(
+        {{"baseUrl", "http://127.0.0.1:1"}, {"productLines", QVariantMap{{"default", QVariantMap{{"a", 1}}},
+                                                                         {"tool", QVariantMap{{"b", 2}}}}}},
+        {}));
+    EXPECT_EQ(o.map.value("status").toString(), "success");
+    o = VornTest::observe(manager.setConfigData({{"baseUrl", "not a url"}}, {}));
+    EXPECT_EQ(o.errors, 1);
+    EXPECT_EQ(o.finished, 1);
+    EXPECT_EQ(manager.configData().value("baseUrl").toString(), "http://127.0.0.1:1");
+    EXPECT_EQ(manager.productLineInformation(Nubra::Manager::DefaultSource), (QVariantMap{{"a", 1}}));
+    EXPECT_EQ(manager.productLineInformation(Nubra::Manager::ToolSource), (QVariantMap{{"b", 2}}));
+    EXPECT_EQ(manager.productLineInformation(Nubra::Manager::ApplicationSource), (QVariantMap{{"a", 1}}))
+        << "an unknown source falls back to the default entry";
+}
+
+// A name no service knows is refused at once, and still reports once.
+TEST(ManagerConfigTest, unknownRequestIsRefusedAtOnce)
+{
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(
+        manager, dir, QJsonObject{{"baseUrl", "http://127.0.0.1:1"},
+                                  {"requests", QJsonObject{{"known", QJsonObject{{"path", "/known"}}}}}}));
+    for (const char* name : {"unknownThing", "", "Known"}) {
+        SCOPED_TRACE(name);
+        const Observed o = VornTest::run(manager, QString::fromLatin1(name));
+        EXPECT_EQ(o.status, int(Error::UnknownRequest));
+        EXPECT_EQ(o.errors, 1);
+        EXPECT_EQ(o.error, Error::UnknownRequest);
+        EXPECT_EQ(o.finished, 1);
+        EXPECT_EQ(o.map.value("status").toString(), "failure");
+    }
+    // Without a base URL a known name cannot be sent.
+    Nubra::Manager bare;
+    ASSERT_TRUE(VornTest::configure(bare, dir,
+                                    QJsonObject{{"requests", QJsonObject{{"known", QJsonObject{{"path", "/k"}}}}}},
+                                    "nobase.json"));
+    const Observed o = VornTest::run(bare, "known");
+    EXPECT_EQ(o.status, int(Error::NotConfigured));
+    EXPECT_EQ(o.finished, 1);
+    // An unknown region is refused too.
+    const Observed region = VornTest::observe(manager.request("known", "mars", {}, {}));
+    EXPECT_EQ(region.status, int(Error::InvalidArgument));
+    EXPECT_EQ(region.finished, 1);
+}

@@ -1,0 +1,370 @@
+// The HTTP API service over real sockets on loopback: a private dev cloud
+// for the faults it can inject, small local servers for what only a test
+// server can observe (connections, received bytes, TLS).
+
+#include "ClientHarness.h"
+#include "LocalServer.h"
+
+#include <DevCloudProcess.h>
+
+#include <QJsonArray>
+#include <QLoggingCategory>
+#include <QMutex>
+#include <QPointer>
+#include <QProcess>
+#include <QSet>
+#include <QTcpServer>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+using Nubra::Error;
+using VornTest::Observed;
+
+namespace {
+
+std::unique_ptr<VornTest::DevCloudProcess> g_cloud;
+
+class DevCloudApi : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        g_cloud = std::make_unique<VornTest::DevCloudProcess>();
+        ASSERT_TRUE(g_cloud->start()) << g_cloud->output().toStdString();
+    }
+    static void TearDownTestSuite() { g_cloud.reset(); }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(g_cloud);
+        const Observed o = VornTest::observe(manager.setConfigPath(g_cloud->configPath(), {}));
+        ASSERT_EQ(o.map.value("status").toString(), "success") << g_cloud->output().toStdString();
+    }
+
+    Nubra::Manager manager;
+};
+
+QVariantMap faultHeader(const char* fault) { return {{"X-Devcloud-Fault", QString::fromLatin1(fault)}}; }
+
+// Echoes what arrived: method, selected headers, query and body.
+void echo(const httplib::Request& request, httplib::Response& response)
+{
+    QJsonObject query;
+    for (const auto& p : request.params)
+        query.insert(QString::fromStdString(p.first), QString::fromStdString(p.second));
+    const QJsonObject result{
+        {"method", QString::fromStdString(request.method)},
+        {"token", QString::fromStdString(request.get_header_value("X-Auth-Token"))},
+        {"trace", QString::fromStdString(request.get_header_value("X-Trace"))},
+        {"contentType", QString::fromStdString(request.get_header_value("Content-Type"))},
+        {"query", query},
+        {"body", QString::fromStdString(request.body)},
+        {"port", request.remote_port}};
+    const QJsonObject answer{{"status", "success"}, {"result", result}};
+    response.set_content(QJsonDocument(answer).toJson(QJsonDocument::Compact).toStdString(), "application/json");
+}
+
+QJsonObject echoConfig(const QString& baseUrl)
+{
+    return QJsonObject{{"baseUrl", baseUrl},
+                       {"requests", QJsonObject{{"echoPost", QJsonObject{{"method", "POST"}, {"path", "/echo"}}},
+                                                {"echoGet", QJsonObject{{"method", "GET"}, {"path", "/echo"}}},
+                                                {"echoPut", QJsonObject{{"method", "PUT"}, {"path", "/echo"}}},
+                                                {"slow", QJsonObject{{"method", "POST"}, {"path", "/slow"}}},
+                                                {"broken", QJsonObject{{"method", "POST"}, {"path", "/broken"}}}}}};
+}
+
+using EchoServer = VornTest::LocalServer<httplib::Server>;
+
+std::unique_ptr<EchoServer> startEchoServer()
+{
+    auto server = std::make_unique<EchoServer>();
+    server->server.set_keep_alive_max_count(1000); // the default closes every 5th request
+    server->server.Post("/echo", echo);
+    server->server.Get("/echo", echo);
+    server->server.Put("/echo", echo);
+    server->server.Post("/slow", [](const httplib::Request& request, httplib::Response& response) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        echo(request, response);
+    });
+    server->server.Post("/broken", [](const httplib::Request&, httplib::Response& response) {
+        response.status = 500;
+        response.set_content("upstream exploded", "text/plain");
+    });
+    EXPECT_GT(server->start(), 0);
+    return server;
+}
+
+} // namespace
+
+// Every outcome the dev cloud can produce: the finished map, the error
+// code, and finished exactly once (after errorOccurred when there is one).
+TEST_F(DevCloudApi, outcomesOfEachFault)
+{
+    struct Case {
+        const char* what;
+        const char* name;
+        QVariantMap record;
+        QVariantMap options;
+        Error::ErrorCode error; // NoError: finished with the server's map
+        const char* status;
+    };
+    const QVariantMap device{{"sn", "VS2024000123"}};
+    const Case cases[] = {
+        {"answer", "getDeviceAction", {{"body", device}}, {}, Error::NoError, "success"},
+        {"server failure status", "getDeviceAction", {{"headers", faultHeader("failure")}, {"body", device}}, {},
+         Error::NoError, "failure"},
+        {"JSON failure with HTTP 401 is the server's answer", "getUserProfile",
+         {{"headers", QVariantMap{{"X-Auth-Token", "vqmpz"}}}, {"body", QVariantMap{{"userID", 1001}}}}, {},
+         Error::NoError, "failure"},
+        {"GET carries the body as query", "authToken", {{"body", QVariantMap{{"token", "nope"}}}}, {},
+         Error::NoError, "success"},
+        {"fault through the query", "getDeviceAction",
+         {{"params", QVariantMap{{"devcloudFault", "failure"}}}, {"body", device}}, {}, Error::NoError, "failure"},
+        {"delay beyond the time-out (ms option)", "getDeviceAction",
+         {{"headers", faultHeader("delay=2500")}, {"body", device}}, {{"timeout", 1000}}, Error::TimedOut, "failure"},
+        {"delay beyond the time-out (seconds option)", "getDeviceAction",
+         {{"headers", faultHeader("delay=2500")}, {"body", device}}, {{"timeout", 1}}, Error::TimedOut, "failure"},
+        {"connection dropped", "getDeviceAction", {{"headers", faultHeader("drop")}, {"body", device}}, {},
+         Error::ConnectionClosed, "failure"},
+        {"non-JSON answer", "getDeviceAction", {{"headers", faultHeader("nonjson")}, {"body", device}}, {},
+         Error::InvalidResponse, "failure"},
+        {"HTTP error without JSON", "getDeviceAction", {{"headers", faultHeader("http=503")}, {"body", device}}, {},
+         Error::HttpError, "failure"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const Observed o = VornTest::run(manager, c.name, c.record, c.options);
+        EXPECT_FALSE(o.guardExpired);
+        EXPECT_EQ(o.status, 0);
+        EXPECT_EQ(o.finished, 1);
+        EXPECT_EQ(o.map.value("status").toString(), c.status);
+        if (c.error == Error::NoError) {
+            EXPECT_EQ(o.errors, 0) << o.map.value("message").toString().toStdString();
+        } else {
+            EXPECT_EQ(o.errors, 1);
+            EXPECT_EQ(o.error, c.error) << o.map.value("message").toString().toStdString();
+            EXPECT_TRUE(o.errorBeforeFinished);
+            EXPECT_EQ(o.map.value("errorCode").toInt(), int(c.error));
+        }
+    }
+    // The client still works after all of them.
+    const Observed after = VornTest::run(manager, "getDeviceAction", {{"body", device}});
+    EXPECT_EQ(after.map.value("result").toMap().value("modelCode").toString(), "VS-200");
+}
+
+// Nothing listens on the port: refused, once.
+TEST(HttpApi, refusedConnection)
+{
+    QTcpServer probe;
+    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
+    const quint16 closedPort = probe.serverPort();
+    probe.close();
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(QStringLiteral("http://127.0.0.1:%1").arg(closedPort))));
+    const Observed o = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"a", 1}}}});
+    EXPECT_EQ(o.finished, 1);
+    EXPECT_EQ(o.errors, 1);
+    EXPECT_EQ(o.error, Error::ConnectionRefused);
+    EXPECT_EQ(o.map.value("status").toString(), "failure");
+}
+
+// How the record maps onto HTTP: headers, query, JSON body; GET sends the
+// body's entries as query parameters; PUT sends its body too.
+TEST(HttpApi, recordMapsOntoHttp)
+{
+    auto server = startEchoServer();
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(server->url())));
+    const QVariantMap record{{"headers", QVariantMap{{"X-Auth-Token", "tok"}, {"X-Trace", "t1"}}},
+                             {"params", QVariantMap{{"page", 2}, {"tags", QVariantList{"a", "b"}}}},
+                             {"body", QVariantMap{{"sn", "VS1"}, {"n", 3}}}};
+    struct Case {
+        const char* name;
+        const char* method;
+        QJsonObject query;
+        bool jsonBody;
+    };
+    const Case cases[] = {
+        {"echoPost", "POST", QJsonObject{{"page", "2"}, {"tags", "b"}}, true},
+        {"echoPut", "PUT", QJsonObject{{"page", "2"}, {"tags", "b"}}, true},
+        {"echoGet", "GET", QJsonObject{{"page", "2"}, {"tags", "b"}, {"sn", "VS1"}, {"n", "3"}}, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Observed o = VornTest::run(manager, c.name, record);
+        ASSERT_EQ(o.finished, 1);
+        ASSERT_EQ(o.errors, 0) << o.map.value("message").toString().toStdString();
+        const QVariantMap seen = o.map.value("result").toMap();
+        EXPECT_EQ(seen.value("method").toString(), c.method);
+        EXPECT_EQ(seen.value("token").toString(), "tok");
+        EXPECT_EQ(seen.value("trace").toString(), "t1");
+        EXPECT_EQ(QJsonObject::fromVariantMap(seen.value("query").toMap()), c.query);
+        if (c.jsonBody) {
+            EXPECT_EQ(seen.value("contentType").toString(), "application/json");
+            EXPECT_EQ(QJsonDocument::fromJson(seen.value("body").toString().toUtf8()).object(),
+                      (QJsonObject{{"sn", "VS1"}, {"n", 3}}));
+        } else {
+            EXPECT_TRUE(seen.value("body").toString().isEmpty());
+        }
+    }
+    // A header that would split the request is refused before sending.
+    const Observed bad =
+        VornTest::run(manager, "echoPost", {{"headers", QVariantMap{{"X-Trace", "a\r\nX-Injected: 1"}}}});
+    EXPECT_EQ(bad.status, int(Error::InvalidArgument));
+    EXPECT_EQ(bad.finished, 1);
+}
+
+// Sequential requests reuse one kept-alive connection.
+TEST(HttpApi, keepAliveReusesConnections)
+{
+    auto server = startEchoServer();
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(server->url())));
+    QSet<int> ports;
+    const int requests = 30;
+    for (int i = 0; i < requests; ++i) {
+        const Observed o = VornTest::run(manager, i % 2 ? "echoGet" : "echoPost", {{"body", QVariantMap{{"i", i}}}});
+        ASSERT_EQ(o.errors, 0);
+        ports.insert(o.map.value("result").toMap().value("port").toInt());
+    }
+    EXPECT_EQ(ports.size(), 1) << "client ports seen by the server: " << ports.size();
+}
+
+// abort(), stop(), deleting a running reply, and deleting the reply
+// outright from inside its own signals: each ends cleanly.
+TEST(HttpApi, cancellingAndDeletingReplies)
+{
+    auto server = startEchoServer();
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(server->url())));
+
+    for (const bool useStop : {false, true}) {
+        SCOPED_TRACE(useStop ? "stop()" : "abort()");
+        Nubra::Reply* reply = manager.request("slow", {{"body", QVariantMap()}}, {});
+        ASSERT_EQ(reply->status(), 0);
+        QTimer::singleShot(50, reply, [reply, useStop] { useStop ? reply->stop() : reply->abort(); });
+        const Observed o = VornTest::observe(reply);
+        EXPECT_EQ(o.finished, 1);
+        EXPECT_EQ(o.errors, 1);
+        EXPECT_EQ(o.error, Error::Cancelled);
+    }
+
+    // Deleted while running: no signal, no crash, the next request works.
+    {
+        Nubra::Reply* reply = manager.request("slow", {{"body", QVariantMap()}}, {});
+        int emitted = 0;
+        QObject::connect(reply, &Nubra::Reply::finished, [&emitted] { ++emitted; });
+        QTest::qWait(20);
+        delete reply;
+        QTest::qWait(400);
+        EXPECT_EQ(emitted, 0);
+    }
+
+    // Deleted outright by a receiver of errorOccurred, finished or sslErrorOccurred.
+    struct Case {
+        const char* what;
+        const char* name;
+        bool inError;
+    };
+    const Case cases[] = {{"finished of a success", "echoPost", false},
+                          {"errorOccurred of an HTTP error", "broken", true},
+                          {"finished of an HTTP error", "broken", false}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        QPointer<Nubra::Reply> reply = manager.request(c.name, {{"body", QVariantMap()}}, {});
+        QEventLoop loop;
+        bool deleted = false;
+        auto kill = [&] {
+            delete reply.data();
+            deleted = true;
+            loop.quit();
+        };
+        if (c.inError)
+            QObject::connect(reply, &Nubra::Reply::errorOccurred, kill);
+        else
+            QObject::connect(reply, &Nubra::Reply::finished, kill);
+        QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+        loop.exec();
+        EXPECT_TRUE(deleted);
+        EXPECT_TRUE(reply.isNull());
+        QTest::qWait(0);
+    }
+    const Observed after = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"ok", 1}}}});
+    EXPECT_EQ(after.map.value("status").toString(), "success");
+}
+
+// Tokens, passwords and bodies never reach the client's log, also with
+// debug logging on and on failures.
+TEST(HttpApi, secretsAreNotLogged)
+{
+    auto server = startEchoServer();
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(server->url())));
+
+    static QMutex mutex;
+    static QStringList messages;
+    QLoggingCategory::setFilterRules(QStringLiteral("nubra*.debug=true"));
+    const QtMessageHandler previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& m) {
+        QMutexLocker lock(&mutex);
+        messages << m;
+    });
+    const QString token = "tok-4f1d9a7e", password = "pw-88c2b6", secret = "body-secret-193";
+    const QVariantMap record{{"headers", QVariantMap{{"X-Auth-Token", token}}},
+                             {"params", QVariantMap{{"token", token}, {"access_key", secret}}},
+                             {"body", QVariantMap{{"password", password}, {"note", secret}}}};
+    for (const char* name : {"echoPost", "echoGet", "broken"})
+        VornTest::run(manager, name, record);
+    qInstallMessageHandler(previous);
+    QLoggingCategory::setFilterRules(QString());
+
+    QMutexLocker lock(&mutex);
+    EXPECT_FALSE(messages.isEmpty()) << "debug logging produced nothing to check";
+    for (const QString& m : messages) {
+        EXPECT_FALSE(m.contains(token)) << m.toStdString();
+        EXPECT_FALSE(m.contains(password)) << m.toStdString();
+        EXPECT_FALSE(m.contains(secret)) << m.toStdString();
+    }
+}
+
+// A self-signed certificate is rejected with the matching TLS error, and
+// accepted once it is named as the configuration's "caFile".
+TEST(HttpApi, tlsVerification)
+{
+    QTemporaryDir dir;
+    const QString cert = dir.filePath("cert.pem"), key = dir.filePath("key.pem");
+    const int rc = QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key,
+                                                 "-out", cert, "-days", "2", "-subj", "/CN=127.0.0.1", "-addext",
+                                                 "subjectAltName=IP:127.0.0.1"});
+    ASSERT_EQ(rc, 0) << "openssl could not make a certificate";
+    VornTest::LocalServer<httplib::SSLServer> server(cert.toLocal8Bit().constData(), key.toLocal8Bit().constData());
+    ASSERT_TRUE(server.server.is_valid());
+    server.server.Post("/echo", echo);
+    ASSERT_GT(server.start(), 0);
+
+    Nubra::Manager manager;
+    QJsonObject config = echoConfig(server.url("https"));
+    ASSERT_TRUE(VornTest::configure(manager, dir, config, "untrusted.json"));
+    const Observed rejected = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"a", 1}}}});
+    EXPECT_EQ(rejected.finished, 1);
+    EXPECT_EQ(rejected.errors, 1);
+    EXPECT_EQ(rejected.error, Error::SslCertificateRejected);
+    EXPECT_EQ(rejected.sslErrorSignals, 1);
+    ASSERT_EQ(rejected.sslErrors.size(), 1);
+    EXPECT_EQ(rejected.sslErrors.first().error(), QSslError::SelfSignedCertificate);
+
+    config.insert("caFile", "cert.pem"); // relative to the configuration file
+    ASSERT_TRUE(VornTest::configure(manager, dir, config, "trusted.json"));
+    const Observed accepted = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"a", 1}}}});
+    EXPECT_EQ(accepted.errors, 0) << accepted.map.value("message").toString().toStdString();
+    EXPECT_EQ(accepted.sslErrorSignals, 0);
+    EXPECT_EQ(accepted.map.value("status").toString(), "success");
+}
