@@ -15,10 +15,10 @@
 
 namespace devcloud {
 
-TransferFault TransferFault::parse(const QString& spec)
+TransferFault TransferFault::parse(const QString& text)
 {
     TransferFault fault;
-    for (const QString& part : spec.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         const QString item = part.trimmed();
         if (item.startsWith(QLatin1String("throttle=")))
             fault.throttle = std::max<qint64>(0, item.mid(9).toLongLong());
@@ -34,10 +34,10 @@ TransferFault TransferFault::parse(const QString& spec)
 
 TransferFault TransferFault::fromRequest(const httplib::Request& request)
 {
-    QString spec = QString::fromStdString(request.get_header_value("X-Devcloud-Fault"));
-    if (spec.isEmpty())
-        spec = QString::fromStdString(request.get_param_value("devcloudFault"));
-    return parse(spec);
+    QString text = QString::fromStdString(request.get_header_value("X-Devcloud-Fault"));
+    if (text.isEmpty())
+        text = QString::fromStdString(request.get_param_value("devcloudFault"));
+    return parse(text);
 }
 
 void TransferFault::mergeFrom(const TransferFault& other)

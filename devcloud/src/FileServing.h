@@ -28,7 +28,7 @@ struct TransferFault {
     std::int64_t stallAfter = -1;
 
     bool any() const { return throttle > 0 || cutAfter >= 0 || corrupt || stallAfter >= 0; }
-    static TransferFault parse(const QString& spec);
+    static TransferFault parse(const QString& text);
     static TransferFault fromRequest(const httplib::Request& request);
     void mergeFrom(const TransferFault& other);
 };
