@@ -107,7 +107,8 @@ QString randomHex(int bytes)
 
 } // namespace
 
-Broker::Broker()
+Broker::Broker(bool tls)
+    : m_tls(tls)
 {
     char pattern[] = "/tmp/nubra-broker-XXXXXX";
     if (const char* dir = mkdtemp(pattern))
@@ -129,10 +130,15 @@ Broker::~Broker()
 {
     stop();
     if (!m_dir.isEmpty()) {
-        for (const char* name : {"/passwd", "/passwd.new", "/mosquitto.conf", "/mosquitto.log"})
+        for (const char* name : {"/passwd", "/passwd.new", "/mosquitto.conf", "/mosquitto.log", "/cert.pem", "/key.pem"})
             QFile::remove(m_dir + QLatin1String(name));
         rmdir(m_dir.toLocal8Bit().constData());
     }
+}
+
+QString Broker::certificatePath() const
+{
+    return m_tls ? m_dir + QStringLiteral("/cert.pem") : QString();
 }
 
 QString Broker::logPath() const { return m_dir + QStringLiteral("/mosquitto.log"); }
@@ -181,6 +187,26 @@ bool Broker::writePasswordFile(const QStringList& tokens, QString* error)
     return true;
 }
 
+bool Broker::writeCertificate(QString* error)
+{
+    const QByteArray key = (m_dir + QStringLiteral("/key.pem")).toLocal8Bit();
+    const QByteArray cert = certificatePath().toLocal8Bit();
+    // Self-signed: the certificate is its own CA. The IP address entry is
+    // what clients connecting to 127.0.0.1 verify the host against.
+    if (!runToCompletion({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+                          "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", cert},
+                         error))
+        return false;
+    QFile::setPermissions(QString::fromLocal8Bit(key), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (m_brokerUid != uid_t(-1)
+        && (chown(key.constData(), m_brokerUid, m_brokerGid) != 0
+            || chown(cert.constData(), m_brokerUid, m_brokerGid) != 0)) {
+        *error = QStringLiteral("cannot hand the broker's key and certificate to the broker's user");
+        return false;
+    }
+    return true;
+}
+
 bool Broker::writeConfigFile(QString* error)
 {
     const QString path = m_dir + QStringLiteral("/mosquitto.conf");
@@ -200,6 +226,8 @@ bool Broker::writeConfigFile(QString* error)
                    .arg(m_port)
                    .arg(m_dir)
                    .toUtf8());
+    if (m_tls)
+        file.write(QStringLiteral("certfile %1\nkeyfile %2/key.pem\n").arg(certificatePath(), m_dir).toUtf8());
     return true;
 }
 
@@ -209,6 +237,8 @@ bool Broker::start(QString* error)
     if (m_pid > 0)
         return true;
     if (!QFile::exists(m_dir + QStringLiteral("/passwd")) && !writePasswordFile({}, error))
+        return false;
+    if (m_tls && !QFile::exists(certificatePath()) && !writeCertificate(error))
         return false;
     const bool fixedPort = m_port != 0;
     for (int attempt = 0; attempt < (fixedPort ? 1 : 3); ++attempt) {

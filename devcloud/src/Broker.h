@@ -17,7 +17,9 @@ namespace devcloud {
 // unexpired user token (user name = password = the token). Thread-safe.
 class Broker {
 public:
-    Broker();
+    // With tls, the broker listens with TLS only, using a self-signed
+    // certificate for 127.0.0.1 generated at the first start.
+    explicit Broker(bool tls = false);
     ~Broker(); // stops the broker and removes its files
 
     // Starts on a free port (the first time) or on the port used before.
@@ -34,12 +36,17 @@ public:
     QString host() const { return QStringLiteral("127.0.0.1"); }
     QString publisherUsername() const { return QStringLiteral("devcloud-publisher"); }
     QString publisherPassword() const { return m_publisherPassword; }
+    bool tls() const { return m_tls; }
+    // The broker's certificate (PEM), which clients trust as their CA; empty
+    // without TLS.
+    QString certificatePath() const;
     // Where the broker's own log goes.
     QString logPath() const;
 
 private:
     bool writePasswordFile(const QStringList& tokens, QString* error);
     bool writeConfigFile(QString* error);
+    bool writeCertificate(QString* error);
     bool launch(QString* error);
     void readOutput(int fd);
     // Waits until the broker's log holds more than `count` lines matching a
@@ -50,6 +57,7 @@ private:
     std::mutex m_logMutex;
     std::condition_variable m_logChanged;
     QString m_dir;
+    bool m_tls = false;
     QString m_publisherPassword;
     int m_port = 0;
     pid_t m_pid = -1;

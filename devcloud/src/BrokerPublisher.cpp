@@ -29,13 +29,20 @@ BrokerPublisher::~BrokerPublisher()
 }
 
 bool BrokerPublisher::open(const QString& host, int port, const QString& username, const QString& password,
-                           QString* error)
+                           const QString& caFile, QString* error)
 {
     if (!m_mosq) {
         *error = QStringLiteral("cannot create an MQTT client");
         return false;
     }
     mosquitto_username_pw_set(m_mosq, username.toUtf8().constData(), password.toUtf8().constData());
+    if (!caFile.isEmpty()) {
+        const int rc = mosquitto_tls_set(m_mosq, caFile.toLocal8Bit().constData(), nullptr, nullptr, nullptr, nullptr);
+        if (rc != MOSQ_ERR_SUCCESS) {
+            *error = QStringLiteral("cannot use CA file %1: %2").arg(caFile, QString::fromUtf8(mosquitto_strerror(rc)));
+            return false;
+        }
+    }
     int rc = mosquitto_connect(m_mosq, host.toUtf8().constData(), port, 30);
     if (rc == MOSQ_ERR_SUCCESS)
         rc = mosquitto_loop_start(m_mosq);

@@ -19,8 +19,10 @@ public:
     BrokerPublisher();
     ~BrokerPublisher();
 
-    // Connects (the TCP connect blocks) and starts the network thread.
-    bool open(const QString& host, int port, const QString& username, const QString& password, QString* error);
+    // Connects (the TCP connect blocks) and starts the network thread. A
+    // non-empty caFile connects with TLS, trusting that CA.
+    bool open(const QString& host, int port, const QString& username, const QString& password,
+              const QString& caFile, QString* error);
     // Number of connections the broker accepted so far.
     int connectCount();
     // Waits until the broker has accepted more than `count` connections and

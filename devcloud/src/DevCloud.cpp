@@ -88,7 +88,7 @@ bool DevCloud::setUp(QString* error)
     registerGeneralService(*m_context);
     registerAccountService(*m_context);
     registerDiskService(*m_context);
-    m_messages = registerMessageService(*m_context);
+    m_messages = registerMessageService(*m_context, m_options.brokerTls);
     registerUpgradeService(*m_context);
     registerFilesService(*m_context);
 

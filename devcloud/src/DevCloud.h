@@ -20,6 +20,7 @@ struct Options {
     int port = 0;           // 0 picks a free port
     QString dataDir;        // empty: a temporary folder removed at exit
     QString writeConfig;    // client configuration to write, or empty
+    bool brokerTls = false; // the message broker listens with TLS
 };
 
 // The whole dev cloud: HTTP server, storage and services.

@@ -33,7 +33,8 @@ int publishFromCommandLine(const QString& configPath, const QString& topic, cons
     BrokerPublisher publisher;
     QString error;
     if (!publisher.open(host, port, devcloud.value(QStringLiteral("publisherUsername")).toString(),
-                        devcloud.value(QStringLiteral("publisherPassword")).toString(), &error)
+                        devcloud.value(QStringLiteral("publisherPassword")).toString(),
+                        mqtt.value(QStringLiteral("caFile")).toString(), &error)
         || !publisher.waitForConnectCount(0, 5000)) {
         std::fprintf(stderr, "nubra-devcloud: cannot reach the broker at %s:%d%s%s\n", qPrintable(host), port,
                      error.isEmpty() ? "" : ": ", qPrintable(error));

@@ -38,7 +38,11 @@ int main(int argc, char** argv)
     QCommandLineOption readConfigOption(QStringLiteral("config"),
                                         QStringLiteral("Client configuration written by a running dev cloud."),
                                         QStringLiteral("file"));
-    parser.addOptions({portOption, hostOption, dataOption, configOption, publishOption, readConfigOption});
+    QCommandLineOption brokerTlsOption(QStringLiteral("broker-tls"),
+                                       QStringLiteral("The message broker listens with TLS (self-signed certificate "
+                                                      "for 127.0.0.1, written to the configuration as \"caFile\")."));
+    parser.addOptions(
+        {portOption, hostOption, dataOption, configOption, publishOption, readConfigOption, brokerTlsOption});
     parser.addPositionalArgument(QStringLiteral("payload"), QStringLiteral("With --publish: the message text."));
     parser.process(app);
 
@@ -62,6 +66,7 @@ int main(int argc, char** argv)
     options.host = parser.value(hostOption);
     options.dataDir = parser.value(dataOption);
     options.writeConfig = parser.value(configOption);
+    options.brokerTls = parser.isSet(brokerTlsOption);
 
     // SIGTERM and SIGINT are taken by one thread with sigwait(), so that
     // stopping the server happens outside a signal handler.

@@ -76,8 +76,9 @@ bool payloadOf(const QJsonObject& body, QByteArray* payload, QString* message)
 
 } // namespace
 
-MessageHub::MessageHub(Store& store)
+MessageHub::MessageHub(Store& store, bool tls)
     : m_store(store)
+    , m_broker(tls)
 {
 }
 
@@ -94,7 +95,7 @@ bool MessageHub::start(QString* error)
         return false;
     m_publisher = std::make_unique<BrokerPublisher>();
     if (!m_publisher->open(m_broker.host(), m_broker.port(), m_broker.publisherUsername(),
-                           m_broker.publisherPassword(), error))
+                           m_broker.publisherPassword(), m_broker.certificatePath(), error))
         return false;
     return reconnectPublisher(0, error);
 }
@@ -161,9 +162,9 @@ bool MessageHub::publish(const QString& topic, const QByteArray& payload, int qo
     return m_publisher->publish(topic, payload, qos, retain, 5000, error);
 }
 
-std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context)
+std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context, bool brokerTls)
 {
-    auto hub = std::make_unique<MessageHub>(context.store);
+    auto hub = std::make_unique<MessageHub>(context.store, brokerTls);
     QString error;
     if (!hub->start(&error)) {
         std::fprintf(stderr, "nubra-devcloud: no message broker: %s\n", qPrintable(error));
@@ -172,9 +173,7 @@ std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context)
     MessageHub* messages = hub.get();
     Broker& broker = hub->broker();
 
-    context.configSections.insert(
-        QStringLiteral("mqtt"),
-        QJsonObject{{QStringLiteral("host"), broker.host()},
+    QJsonObject mqtt{{QStringLiteral("host"), broker.host()},
                     {QStringLiteral("port"), broker.port()},
                     {QStringLiteral("keepAlive"), 30},
                     // For the dev cloud's tools and tests, not read by the client.
@@ -182,7 +181,12 @@ std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context)
                      QJsonObject{{QStringLiteral("publisherUsername"), broker.publisherUsername()},
                                  {QStringLiteral("publisherPassword"), broker.publisherPassword()},
                                  {QStringLiteral("publishUrl"), context.baseUrl + QStringLiteral("/devcloud/publish")},
-                                 {QStringLiteral("brokerLog"), broker.logPath()}}}});
+                                 {QStringLiteral("brokerLog"), broker.logPath()}}}};
+    if (broker.tls()) {
+        mqtt.insert(QStringLiteral("tls"), true);
+        mqtt.insert(QStringLiteral("caFile"), broker.certificatePath());
+    }
+    context.configSections.insert(QStringLiteral("mqtt"), mqtt);
 
     // A token issued by any request (sign-in) becomes a broker credential
     // before that request's answer leaves.

@@ -17,7 +17,8 @@ class Store;
 // Owned by DevCloud; destroying it stops the broker.
 class MessageHub {
 public:
-    explicit MessageHub(Store& store);
+    // With tls, the broker and the cloud's publisher speak TLS.
+    MessageHub(Store& store, bool tls);
     ~MessageHub();
 
     bool start(QString* error);

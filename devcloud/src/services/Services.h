@@ -33,7 +33,8 @@ void registerGeneralService(ServiceContext& context);
 void registerAccountService(ServiceContext& context);
 void registerDiskService(ServiceContext& context);
 // The broker lives as long as the returned hub (owned by DevCloud).
-std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context);
+// With brokerTls the broker listens with TLS instead of plain TCP.
+std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context, bool brokerTls);
 void registerUpgradeService(ServiceContext& context);
 void registerFilesService(ServiceContext& context);
 
