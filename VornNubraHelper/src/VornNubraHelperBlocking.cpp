@@ -141,6 +141,13 @@ QVariantMap tokenHeaders(const QVariantMap& templ, const QString& token)
     return headers;
 }
 
+// post and postv1 hand the caller the answer's "result" as a map.
+Variant postStoringMap(QVariantMap& result)
+{
+    return Variant{"Nubra Post :", "postInterface", "Nubra Post Success", "Nubra Post ErrorOccurred: ", true,
+                   [&result](const QVariantMap& answer) { result = answer.value(QStringLiteral("result")).toMap(); }};
+}
+
 QVariantMap makeRecord(const QVariantMap& headers, const QVariantMap& templ, const QVariantMap& params,
                        const QVariantMap& body)
 {
@@ -164,11 +171,7 @@ NubraCommon::ErrorCode VornNubraHelper::post(const NubraCommon::Interface& inter
         {{QStringLiteral("timeout"), timeout}});
     if (!prepared.reply)
         return prepared.code;
-    const Variant variant{"Nubra Post :", "postInterface", "Nubra Post Success", "Nubra Post ErrorOccurred: ", true,
-                          [&result](const QVariantMap& answer) {
-                              result = answer.value(QStringLiteral("result")).toMap();
-                          }};
-    return waitForReply(prepared.reply, prepared.name, int(interface), timeout, variant);
+    return waitForReply(prepared.reply, prepared.name, int(interface), timeout, postStoringMap(result));
 }
 
 NubraCommon::ErrorCode VornNubraHelper::postv1(const NubraCommon::Interface& interface, QVariantMap headers,
@@ -181,11 +184,7 @@ NubraCommon::ErrorCode VornNubraHelper::postv1(const NubraCommon::Interface& int
         {{QStringLiteral("timeout"), timeout}});
     if (!prepared.reply)
         return prepared.code;
-    const Variant variant{"Nubra Post :", "postInterface", "Nubra Post Success", "Nubra Post ErrorOccurred: ", true,
-                          [&result](const QVariantMap& answer) {
-                              result = answer.value(QStringLiteral("result")).toMap();
-                          }};
-    return waitForReply(prepared.reply, prepared.name, int(interface), timeout, variant);
+    return waitForReply(prepared.reply, prepared.name, int(interface), timeout, postStoringMap(result));
 }
 
 NubraCommon::ErrorCode VornNubraHelper::postv2(const NubraCommon::Interface& interface, QVariantMap body,
