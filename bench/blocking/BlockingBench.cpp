@@ -6,7 +6,9 @@
 // All three POST the same JSON body to the same endpoint ("getDeviceAction").
 // Rounds are interleaved and the median round is reported.
 //
-//   build/bin/bench_blocking [requests-per-round] [rounds] [call-timeout-ms]
+//   build/bin/bench_blocking [requests-per-round] [rounds] [call-timeout-ms] [only]
+// With `only` = helper, curl or qnam, just that client runs (for profiling
+// one side with perf or strace); no ratio is printed then.
 
 #include <VornNubraHelper.h>
 
@@ -144,6 +146,11 @@ int main(int argc, char** argv)
     // QNetworkAccessManager waits ~40 ms per POST for the server's delayed
     // ACK; a smaller sample gives the same rate in reasonable time.
     const int qnamCount = std::max(10, count / 20);
+    const QString only = argc > 4 ? QString::fromLatin1(argv[4]) : QString();
+    if (!only.isEmpty() && only != "helper" && only != "curl" && only != "qnam") {
+        std::fprintf(stderr, "bench_blocking: the fourth argument is helper, curl or qnam\n");
+        return 64;
+    }
 
     QTemporaryDir dir;
     QProcess cloud;
@@ -190,6 +197,21 @@ int main(int argc, char** argv)
     };
     const auto curlCall = [&curl] { return curl.post(); };
     const auto qnamCall = [&] { return qnamPost(qnam, url, body); };
+
+    if (!only.isEmpty()) {
+        const bool qnamOnly = only == "qnam";
+        const auto& call = only == "helper" ? std::function<bool()>(helperCall)
+                           : only == "curl" ? std::function<bool()>(curlCall)
+                                            : std::function<bool()>(qnamCall);
+        measure(qnamOnly ? 5 : 100, call);
+        std::vector<Figures> figures;
+        for (int r = 0; r < rounds; ++r)
+            figures.push_back(measure(qnamOnly ? qnamCount : count, call));
+        print(qPrintable(only), median(figures), qnamOnly ? qnamCount : count);
+        cloud.terminate();
+        cloud.waitForFinished(10000);
+        return median(figures).failures == 0 ? 0 : 1;
+    }
 
     // Warm up: connections, caches, the devcloud's threads.
     measure(100, helperCall);
