@@ -42,12 +42,20 @@ ErrorCode waitForReply(Nubra::Reply* reply, const QString& name, int interfaceVa
     QPointer<QEventLoop> loop = new QEventLoop;
     ErrorCode code = NubraCommon::Success;
 
-    QTimer::singleShot(timeout, timeout < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer, loop, [loop, &code] {
+    // The time-out timer is a child of the loop, so it dies with the loop.
+    // (A context-bound QTimer::singleShot would stay registered until it
+    // expires: at thousands of calls per second with a 10 s time-out, tens
+    // of thousands of dead timers in the thread's timer list.)
+    auto* timer = new QTimer(loop);
+    timer->setSingleShot(true);
+    timer->setTimerType(timeout < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer);
+    QObject::connect(timer, &QTimer::timeout, loop, [loop, &code] {
         if (loop && loop->isRunning()) {
             code = NubraCommon::Timeout;
             loop->quit();
         }
     });
+    timer->start(timeout);
 
     QObject::connect(
         reply, &Nubra::Reply::finished, reply,

@@ -29,6 +29,8 @@
 #include <curl/curl.h>
 #include <glog/logging.h>
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <functional>
@@ -43,8 +45,12 @@ struct Figures {
     double perSecond = 0;
     double p50Ms = 0;
     double p99Ms = 0;
+    double userUs = 0; // this thread's CPU time per call, user and kernel
+    double sysUs = 0;
     int failures = 0;
 };
+
+double microseconds(const timeval& t) { return double(t.tv_sec) * 1e6 + double(t.tv_usec); }
 
 // Runs one blocking request `count` times; each call returns true on success.
 Figures measure(int count, const std::function<bool()>& call)
@@ -52,6 +58,8 @@ Figures measure(int count, const std::function<bool()>& call)
     std::vector<double> latencies;
     latencies.reserve(size_t(count));
     Figures f;
+    rusage before{}, after{};
+    getrusage(RUSAGE_THREAD, &before);
     QElapsedTimer total;
     total.start();
     for (int i = 0; i < count; ++i) {
@@ -62,6 +70,9 @@ Figures measure(int count, const std::function<bool()>& call)
         latencies.push_back(double(one.nsecsElapsed()) / 1e6);
     }
     const double seconds = double(total.nsecsElapsed()) / 1e9;
+    getrusage(RUSAGE_THREAD, &after);
+    f.userUs = (microseconds(after.ru_utime) - microseconds(before.ru_utime)) / count;
+    f.sysUs = (microseconds(after.ru_stime) - microseconds(before.ru_stime)) / count;
     std::sort(latencies.begin(), latencies.end());
     f.perSecond = count / seconds;
     f.p50Ms = latencies[latencies.size() / 2];
@@ -128,8 +139,9 @@ bool qnamPost(QNetworkAccessManager& manager, const QUrl& url, const QByteArray&
 
 void print(const char* name, const Figures& f, int count)
 {
-    std::printf("%-34s %6d req  %9.0f req/s  p50 %7.3f ms  p99 %7.3f ms  failures %d\n", name, count, f.perSecond,
-                f.p50Ms, f.p99Ms, f.failures);
+    std::printf("%-34s %6d req  %9.0f req/s  p50 %7.3f ms  p99 %7.3f ms  cpu/call %5.1f us user %5.1f us sys"
+                "  failures %d\n",
+                name, count, f.perSecond, f.p50Ms, f.p99Ms, f.userUs, f.sysUs, f.failures);
 }
 
 } // namespace

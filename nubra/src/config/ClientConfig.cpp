@@ -125,8 +125,23 @@ void ClientConfig::rebuildCache()
         RequestRoute route;
         route.method = entry.value(QStringLiteral("method"), QStringLiteral("POST")).toString().toUpper().toLatin1();
         route.path = entry.value(QStringLiteral("path")).toString();
+        if (m_baseUrl) {
+            route.url = join(*m_baseUrl, route.path);
+            route.encodedUrl = route.url.toEncoded();
+        }
         m_routes.insert(it.key(), route);
     }
+    const QString ca = m_data.value(QStringLiteral("caFile")).toString();
+    m_caFile = ca.isEmpty() ? QString() : resolvePath(ca);
+    m_proxy = m_data.value(QStringLiteral("proxy")).toString();
+}
+
+QUrl ClientConfig::join(const QUrl& base, const QString& path)
+{
+    QUrl url = base;
+    const QString basePath = url.path();
+    url.setPath(basePath.endsWith(QLatin1Char('/')) ? basePath.chopped(1) + path : basePath + path);
+    return url;
 }
 
 std::optional<QUrl> ClientConfig::baseUrl(const QString& region) const
@@ -158,13 +173,9 @@ int ClientConfig::stallSeconds() const
     return ms < 1000 ? 1 : ms / 1000;
 }
 
-QString ClientConfig::caFile() const
-{
-    const QString ca = m_data.value(QStringLiteral("caFile")).toString();
-    return ca.isEmpty() ? QString() : resolvePath(ca);
-}
+QString ClientConfig::caFile() const { return m_caFile; }
 
-QString ClientConfig::proxy() const { return m_data.value(QStringLiteral("proxy")).toString(); }
+QString ClientConfig::proxy() const { return m_proxy; }
 
 QVariantMap ClientConfig::section(const QString& name) const { return m_data.value(name).toMap(); }
 

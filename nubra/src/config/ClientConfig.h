@@ -15,6 +15,10 @@ namespace Nubra {
 struct RequestRoute {
     QByteArray method; // "GET", "POST", "PUT", "DELETE"
     QString path;      // absolute path below the base URL, e.g. "/api/v1/user/login"
+    // The path joined to "baseUrl", and its encoded form: most requests go
+    // to the default region without a query, and then need no URL work.
+    QUrl url;
+    QByteArray encodedUrl;
 };
 
 // The client's configuration: a JSON object read from a file (see
@@ -41,6 +45,9 @@ public:
     // Base URL for a region; the empty region is "baseUrl".
     std::optional<QUrl> baseUrl(const QString& region) const;
     std::optional<RequestRoute> route(const QString& name) const;
+    // The route's path joined to a base URL (trailing slash of the base
+    // dropped).
+    static QUrl join(const QUrl& base, const QString& path);
 
     // Default time-out of requests that carry none, in milliseconds.
     int defaultTimeoutMs() const;
@@ -66,6 +73,8 @@ private:
 
     QVariantMap m_data;
     std::optional<QUrl> m_baseUrl;
+    QString m_caFile;
+    QString m_proxy;
     QHash<QString, RequestRoute> m_routes;
     QString m_path;
     int m_defaultTimeoutMs = 30000;

@@ -120,9 +120,9 @@ int CurlMultiDriver::timerCallback(CURLM*, long timeoutMs, void* driver)
     // time a timer.
     //
     // Qt keeps its timers in one list sorted by deadline, and starting or
-    // stopping one walks that list. Each blocking call of the helper leaves
-    // a single-shot timer there until its time-out, so under load the list
-    // holds thousands of timers. The timer is therefore started as rarely as
+    // stopping one walks that list. An application under load may hold
+    // thousands of timers there (one per pending call with a long
+    // time-out, for instance). The timer is therefore started as rarely as
     // possible: never stopped (an early or needless wake-up only makes curl
     // ask for the remaining time again), not restarted while an earlier
     // wake-up is pending, and far deadlines are capped so that a pending

@@ -3,6 +3,8 @@
 #include "http/CurlErrorMap.h"
 #include "http/CurlMultiDriver.h"
 
+#include <QMetaMethod>
+
 #include <algorithm>
 #include <cstring>
 
@@ -32,7 +34,15 @@ CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
     curl_easy_setopt(m_easy, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(m_easy, CURLOPT_XFERINFOFUNCTION, &CurlTransfer::progressCallback);
     curl_easy_setopt(m_easy, CURLOPT_XFERINFODATA, this);
-    curl_easy_setopt(m_easy, CURLOPT_NOPROGRESS, 0L);
+    // curl calls the progress function many times per transfer; it is
+    // switched on only when someone listens to progress (connectNotify).
+}
+
+void CurlTransfer::connectNotify(const QMetaMethod& signal)
+{
+    static const QMetaMethod progressSignal = QMetaMethod::fromSignal(&CurlTransfer::progress);
+    if (signal == progressSignal)
+        curl_easy_setopt(m_easy, CURLOPT_NOPROGRESS, 0L);
 }
 
 CurlTransfer::~CurlTransfer()
@@ -47,9 +57,11 @@ CurlTransfer::~CurlTransfer()
     curl_slist_free_all(m_headers);
 }
 
-void CurlTransfer::setUrl(const QUrl& url)
+void CurlTransfer::setUrl(const QUrl& url) { setEncodedUrl(url.toEncoded()); }
+
+void CurlTransfer::setEncodedUrl(const QByteArray& url)
 {
-    m_url = url.toEncoded();
+    m_url = url;
     curl_easy_setopt(m_easy, CURLOPT_URL, m_url.constData());
 }
 
@@ -182,9 +194,10 @@ long CurlTransfer::httpStatus() const
 
 QByteArray CurlTransfer::responseHeader(const QByteArray& name) const
 {
-    // Parsed on demand: most transfers never ask.
+    // Parsed on demand: most transfers never ask. The last one wins.
     const QByteArray wanted = name.toLower();
-    for (auto it = m_responseHeaders.crbegin(); it != m_responseHeaders.crend(); ++it) {
+    const QList<QByteArray> lines = m_responseHeaders.split('\n');
+    for (auto it = lines.crbegin(); it != lines.crend(); ++it) {
         const int colon = it->indexOf(':');
         if (colon > 0 && it->left(colon).trimmed().toLower() == wanted)
             return it->mid(colon + 1).trimmed();
@@ -231,7 +244,7 @@ size_t CurlTransfer::headerCallback(char* data, size_t size, size_t count, void*
     if (bytes >= 5 && std::memcmp(data, "HTTP/", 5) == 0)
         transfer->m_responseHeaders.clear(); // a new response (redirect, 100-continue)
     else if (bytes > 2)
-        transfer->m_responseHeaders.append(QByteArray(data, int(bytes)));
+        transfer->m_responseHeaders.append(data, int(bytes));
     return bytes;
 }
 

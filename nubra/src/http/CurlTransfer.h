@@ -35,6 +35,7 @@ public:
     CURL* handle() const { return m_easy; }
 
     void setUrl(const QUrl& url);
+    void setEncodedUrl(const QByteArray& url);
     void setMethod(const QByteArray& method);
     void addHeader(const QByteArray& name, const QByteArray& value);
     // An in-memory body (copied).
@@ -79,6 +80,7 @@ private:
     static int progressCallback(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                                 curl_off_t ulNow);
     void emitProgress(bool force);
+    void connectNotify(const QMetaMethod& signal) override;
     void readBodyFromMemory();
 
     QPointer<CurlMultiDriver> m_driver;
@@ -92,7 +94,7 @@ private:
     QByteArray m_proxy;
     BodySink m_sink;
     BodySource m_source;
-    QList<QByteArray> m_responseHeaders; // raw lines of the last response
+    QByteArray m_responseHeaders; // raw header lines of the last response
     QList<QSslError> m_sslErrors;
     char m_errorBuffer[CURL_ERROR_SIZE] = {};
     bool m_running = false;

@@ -60,19 +60,27 @@ Reply* HttpApiService::start(const RequestContext& request)
                                    parent);
     }
 
-    QUrl url = *base;
-    url.setPath(url.path().endsWith(QLatin1Char('/')) ? url.path().chopped(1) + route->path
-                                                       : url.path() + route->path);
-    QUrlQuery query(url);
-    appendQuery(query, request.record.value(QStringLiteral("params")).toMap());
+    const QVariantMap params = request.record.value(QStringLiteral("params")).toMap();
     const QVariantMap body = request.record.value(QStringLiteral("body")).toMap();
     const bool isGet = route->method == "GET";
-    if (isGet)
-        appendQuery(query, body);
-    url.setQuery(query);
+    // The usual request (default region, no query) uses the URL prepared
+    // with the configuration.
+    const bool prepared = request.extra.isEmpty() && !route->encodedUrl.isEmpty() && params.isEmpty() &&
+                          (!isGet || body.isEmpty());
+    QUrl url = prepared ? route->url : ClientConfig::join(*base, route->path);
+    if (!prepared) {
+        QUrlQuery query(url);
+        appendQuery(query, params);
+        if (isGet)
+            appendQuery(query, body);
+        url.setQuery(query);
+    }
 
     auto* transfer = new CurlTransfer(m_context.curl);
-    transfer->setUrl(url);
+    if (prepared)
+        transfer->setEncodedUrl(route->encodedUrl);
+    else
+        transfer->setUrl(url);
     transfer->setMethod(route->method);
     applyConfig(*transfer, config);
     transfer->setTimeoutMs(ClientConfig::timeoutToMs(request.options.value(QStringLiteral("timeout")),
