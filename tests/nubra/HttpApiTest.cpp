@@ -7,6 +7,7 @@
 
 #include <DevCloudProcess.h>
 
+#include <QAbstractEventDispatcher>
 #include <QJsonArray>
 #include <QLoggingCategory>
 #include <QMutex>
@@ -235,6 +236,54 @@ TEST(HttpApi, keepAliveReusesConnections)
         ports.insert(o.map.value("result").toMap().value("port").toInt());
     }
     EXPECT_EQ(ports.size(), 1) << "client ports seen by the server: " << ports.size();
+}
+
+// Pooled connections that the server closes: while idle (the client keeps
+// watching their sockets between requests) and right after an answer
+// (every second request here). The client neither spins on the dead
+// socket, nor warns about it, nor fails the next request.
+TEST(HttpApi, serverClosesPooledConnections)
+{
+    EchoServer server;
+    server.server.set_keep_alive_max_count(2);
+    server.server.set_keep_alive_timeout(1);
+    server.server.Post("/echo", echo);
+    ASSERT_GT(server.start(), 0);
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(server.url())));
+
+    static QAtomicInt socketWarnings;
+    socketWarnings = 0;
+    const QtMessageHandler previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) {
+        if (text.contains(QLatin1String("QSocketNotifier")))
+            ++socketWarnings;
+    });
+    int wakeUps = 0;
+    const QMetaObject::Connection counting = QObject::connect(QAbstractEventDispatcher::instance(),
+                                                              &QAbstractEventDispatcher::aboutToBlock, [&] { ++wakeUps; });
+    QSet<int> ports;
+    int idleWakeUps = 0;
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 5; ++i) {
+            const Observed o = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"round", round}, {"i", i}}}});
+            ASSERT_EQ(o.errors, 0) << "round " << round << " request " << i;
+            ASSERT_EQ(o.finished, 1);
+            ports.insert(o.map.value("result").toMap().value("port").toInt());
+        }
+        // Idle past the server's keep-alive time-out: it closes the pooled
+        // connection under the client's eyes.
+        wakeUps = 0;
+        QEventLoop idle;
+        QTimer::singleShot(1600, &idle, &QEventLoop::quit);
+        idle.exec();
+        idleWakeUps = std::max(idleWakeUps, wakeUps);
+    }
+    QObject::disconnect(counting);
+    qInstallMessageHandler(previous);
+    EXPECT_GE(ports.size(), 9) << "the server closes every second connection; ports seen: " << ports.size();
+    EXPECT_LT(idleWakeUps, 100) << "the event loop spun while a closed connection sat in the pool";
+    EXPECT_EQ(int(socketWarnings), 0);
 }
 
 // abort(), stop(), deleting a running reply, and deleting the reply

@@ -4,8 +4,12 @@
 
 #include <QPointer>
 
-#include <algorithm>
 #include <QSocketNotifier>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 namespace Nubra {
 
@@ -50,10 +54,19 @@ CurlMultiDriver::~CurlMultiDriver()
 
 CURL* CurlMultiDriver::takeEasyHandle()
 {
-    if (m_idleHandles.empty())
-        return curl_easy_init();
-    CURL* easy = m_idleHandles.back();
-    m_idleHandles.pop_back();
+    CURL* easy = nullptr;
+    if (m_idleHandles.empty()) {
+        easy = curl_easy_init();
+    } else {
+        easy = m_idleHandles.back();
+        m_idleHandles.pop_back();
+    }
+    // Connections are opened and closed through us, so that their sockets
+    // can stay watched between requests (see unwatchSocket()).
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlMultiDriver::openSocketCallback);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlMultiDriver::closeSocketCallback);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
     return easy;
 }
 
@@ -161,6 +174,7 @@ void CurlMultiDriver::scheduleTimeoutAction()
 void CurlMultiDriver::watchSocket(curl_socket_t socket, int what)
 {
     SocketWatch& watch = m_sockets[socket];
+    watch.idle = false;
     const bool wantRead = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
     const bool wantWrite = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
 
@@ -186,19 +200,72 @@ void CurlMultiDriver::unwatchSocket(curl_socket_t socket)
     auto it = m_sockets.find(socket);
     if (it == m_sockets.end())
         return;
+    SocketWatch& watch = it->second;
     // curl says this at the end of every transfer on a kept-alive
-    // connection, and the next transfer wants the same socket again: keep
-    // the notifiers, disabled, for the next watchSocket() of this socket
-    // number (a notifier holds nothing but the number). This may run
-    // inside the notifier's own activated() signal, so nothing is deleted
-    // here.
-    for (QSocketNotifier* notifier : {it->second.read, it->second.write})
-        if (notifier)
+    // connection, and the next transfer wants the same socket again. The
+    // notifiers are kept for the next watchSocket() of this socket number
+    // (a notifier holds nothing but the number); this may run inside the
+    // notifier's own activated() signal, so nothing is deleted here.
+    if (watch.write)
+        watch.write->setEnabled(false);
+    // The read notifier of a connection socket even stays enabled: each
+    // change of the event loop's poll set wakes the loop once more, two
+    // extra wake-ups per request otherwise. Its closing reaches us through
+    // closeSocketCallback(); if the idle connection becomes readable
+    // (the server closed it), socketReady() switches the notifier off.
+    if (watch.connection && watch.read) {
+        watch.idle = true;
+        return;
+    }
+    if (watch.read)
+        watch.read->setEnabled(false);
+}
+
+curl_socket_t CurlMultiDriver::openSocketCallback(void* driver, curlsocktype, curl_sockaddr* address)
+{
+    const curl_socket_t socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (socket == CURL_SOCKET_BAD)
+        return socket;
+    auto* self = static_cast<CurlMultiDriver*>(driver);
+    // A number reused from a socket that curl closed without telling us.
+    self->forgetSocket(socket);
+    self->m_sockets[socket].connection = true;
+    return socket;
+}
+
+int CurlMultiDriver::closeSocketCallback(void* driver, curl_socket_t socket)
+{
+    static_cast<CurlMultiDriver*>(driver)->forgetSocket(socket);
+    return ::close(socket);
+}
+
+void CurlMultiDriver::forgetSocket(curl_socket_t socket)
+{
+    auto it = m_sockets.find(socket);
+    if (it == m_sockets.end())
+        return;
+    // May run inside the notifier's activated() signal (curl closes a
+    // connection while handling its data): disable now, delete later.
+    for (QSocketNotifier* notifier : {it->second.read, it->second.write}) {
+        if (notifier) {
             notifier->setEnabled(false);
+            notifier->deleteLater();
+        }
+    }
+    m_sockets.erase(it);
 }
 
 void CurlMultiDriver::socketReady(curl_socket_t socket, int events)
 {
+    const auto it = m_sockets.find(socket);
+    if (it != m_sockets.end() && it->second.idle) {
+        // A pooled connection that no transfer uses became readable: the
+        // server closed it (or spoke out of turn). curl finds that out when
+        // it next checks the connection; stop watching until then.
+        if (it->second.read)
+            it->second.read->setEnabled(false);
+        return;
+    }
     int running = 0;
     curl_multi_socket_action(m_multi, socket, events, &running);
     collectCompleted();

@@ -40,10 +40,18 @@ private:
     struct SocketWatch {
         QSocketNotifier* read = nullptr;
         QSocketNotifier* write = nullptr;
+        // A connection socket that curl opened and will close through our
+        // callbacks, so we know when its number stops being valid.
+        bool connection = false;
+        // curl does not want it now: a kept-alive connection in the pool.
+        bool idle = false;
     };
 
     static int socketCallback(CURL* easy, curl_socket_t socket, int what, void* driver, void* socketData);
     static int timerCallback(CURLM* multi, long timeoutMs, void* driver);
+    static curl_socket_t openSocketCallback(void* driver, curlsocktype purpose, curl_sockaddr* address);
+    static int closeSocketCallback(void* driver, curl_socket_t socket);
+    void forgetSocket(curl_socket_t socket);
 
     void watchSocket(curl_socket_t socket, int what);
     void unwatchSocket(curl_socket_t socket);
