@@ -1,11 +1,10 @@
 #include "http/ApiReply.h"
 
+#include "core/JsonCodec.h"
 #include "http/CurlErrorMap.h"
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QLoggingCategory>
 #include <QPointer>
 
@@ -68,10 +67,9 @@ void ApiReply::transferCompleted(int curlCode)
         failWith(code, text.isEmpty() ? Error::describe(code) : text, {{QStringLiteral("httpStatus"), int(http)}});
         return;
     }
-    QJsonParseError parseError{};
-    const QJsonDocument doc = QJsonDocument::fromJson(m_answer, &parseError);
-    if (parseError.error == QJsonParseError::NoError && doc.isObject()) {
-        finishWith(doc.object().toVariantMap());
+    QVariantMap answer;
+    if (Json::parseObject(m_answer, &answer, nullptr)) {
+        finishWith(answer);
         return;
     }
     if (http >= 400) {

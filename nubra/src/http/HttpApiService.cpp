@@ -1,6 +1,7 @@
 #include "http/HttpApiService.h"
 
 #include "config/ClientConfig.h"
+#include "core/JsonCodec.h"
 #include "core/LocalReply.h"
 #include "http/ApiReply.h"
 #include "http/CurlTransfer.h"
@@ -8,8 +9,6 @@
 
 #include <Nubra/Manager.h>
 
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QUrlQuery>
 
 namespace Nubra {
@@ -103,7 +102,7 @@ Reply* HttpApiService::start(const RequestContext& request)
 
     if (!isGet) {
         transfer->addHeader("Content-Type", "application/json");
-        transfer->setBody(QJsonDocument(QJsonObject::fromVariantMap(body)).toJson(QJsonDocument::Compact));
+        transfer->setBody(Json::writeObject(body));
     }
 
     auto* reply = new ApiReply(request.name, transfer, url, parent);

@@ -1,7 +1,7 @@
 #include "mqtt/MessagePayload.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
+#include "core/JsonCodec.h"
+
 #include <QTextCodec>
 
 namespace Nubra {
@@ -26,10 +26,9 @@ QVariantMap decodeMessagePayload(const QByteArray& payload)
                                       || payload[first] == '\r'))
         ++first;
     if (first < payload.size() && payload[first] == '{') {
-        QJsonParseError error{};
-        const QJsonDocument document = QJsonDocument::fromJson(payload, &error);
-        if (error.error == QJsonParseError::NoError && document.isObject())
-            return document.object().toVariantMap();
+        QVariantMap object;
+        if (Json::parseObject(payload, &object, nullptr))
+            return object;
     }
     if (isValidUtf8(payload))
         return {{QStringLiteral("payload"), QString::fromUtf8(payload)}, {QStringLiteral("encoding"), QStringLiteral("utf8")}};

@@ -1,12 +1,11 @@
 #include "upgrade/CloudJsonCall.h"
 
 #include "config/ClientConfig.h"
+#include "core/JsonCodec.h"
 #include "http/CurlErrorMap.h"
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
 
 namespace Nubra {
 
@@ -55,7 +54,7 @@ void CloudJsonCall::start()
     transfer->setTimeoutMs(m_context.config->defaultTimeoutMs());
     transfer->addHeader("Accept", "application/json");
     transfer->addHeader("Content-Type", "application/json");
-    transfer->setBody(QJsonDocument(QJsonObject::fromVariantMap(m_body)).toJson(QJsonDocument::Compact));
+    transfer->setBody(Json::writeObject(m_body));
     transfer->setBodySink([this](const char* data, size_t size) {
         if (m_answer.size() + qint64(size) > kMaxAnswerBytes)
             return false;
@@ -87,13 +86,12 @@ void CloudJsonCall::completed(int curlCode)
         report(code, text.isEmpty() ? Error::describe(code) : text, {});
         return;
     }
-    const QJsonDocument doc = QJsonDocument::fromJson(m_answer);
-    if (!doc.isObject()) {
+    QVariantMap answer;
+    if (!Json::parseObject(m_answer, &answer, nullptr)) {
         report(http >= 400 ? Error::HttpError : Error::InvalidResponse,
                QStringLiteral("answer is not a JSON object (HTTP %1)").arg(http), {});
         return;
     }
-    const QVariantMap answer = doc.object().toVariantMap();
     if (answer.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
         const QString message = answer.value(QStringLiteral("message")).toString();
         report(http >= 400 ? Error::HttpError : Error::ProtocolErrorOther,
