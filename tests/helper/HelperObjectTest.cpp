@@ -132,6 +132,40 @@ TEST(HelperObject, configurationHandlersLogTheOutcome)
     }
 }
 
+// The answers a client could give, scripted: only "status" exactly
+// "success" counts as success.
+TEST(HelperObject, configurationAnswerIsJudgedByItsStatus)
+{
+    struct Case {
+        const char* what;
+        QVariantMap answer; // empty: the client reports an error instead
+        const char* logged;
+    };
+    const Case cases[] = {
+        {"success", {{"status", "success"}}, "set NubraCfg Success"},
+        {"other case", {{"status", "Success"}}, "set NubraCfg error"},
+        {"no status", {{"errorCode", 0}}, "set NubraCfg error"},
+        {"error signal", {}, "set NubraCfg error"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        VornTest::ScriptedService client({"setConfigPath"});
+        if (c.answer.isEmpty())
+            client.errorAfter("setConfigPath", 0, Nubra::Error::ConfigMissing);
+        else
+            client.answerAfter("setConfigPath", 0, c.answer);
+        GlogCapture glog;
+        OwnHelper own(QStringLiteral("/scripted/config.json"));
+        QTest::qWait(0);
+        QTest::qWait(0);
+        ASSERT_EQ(client.callsNamed("setConfigPath").size(), 1);
+        EXPECT_EQ(client.callsNamed("setConfigPath").first().record.value("path").toString(),
+                  QStringLiteral("/scripted/config.json"));
+        EXPECT_GE(glog.count(c.logged), 1);
+        EXPECT_EQ(glog.count(c.logged), glog.texts().size()) << glog.texts().join(", ").toStdString();
+    }
+}
+
 // configData and productLineInformation hand the client's maps over as they are.
 TEST(HelperObject, gettersPassTheClientsMapsOn)
 {

@@ -31,7 +31,12 @@ ScriptedService::~ScriptedService()
             delete reply.data();
 }
 
-bool ScriptedService::handles(const QString& name) const { return m_names.isEmpty() || m_names.contains(name); }
+bool ScriptedService::handles(const QString& name) const
+{
+    if (m_names.isEmpty())
+        return name != QLatin1String("setConfigPath") && name != QLatin1String("setConfigData");
+    return m_names.contains(name);
+}
 
 Nubra::Reply* ScriptedService::start(const Nubra::RequestContext& request)
 {

@@ -56,7 +56,8 @@ public:
     // Runs right after a reply was created, before request() returns.
     using Script = std::function<void(ScriptedReply* reply, const Call& call)>;
 
-    // names empty: takes every request.
+    // names empty: takes every request (the configuration calls
+    // "setConfigPath" and "setConfigData" only when named).
     explicit ScriptedService(QStringList names = {});
     ~ScriptedService() override;
 

@@ -30,6 +30,8 @@ Reply* Manager::setConfigPath(const QString& path, const QVariantMap& options)
     const QString overridePath = qEnvironmentVariable(ClientConfig::kPathOverride);
     const QString used = overridePath.isEmpty() ? path : overridePath;
     const QString name = QStringLiteral("setConfigPath");
+    if (Service* interceptor = interceptorFor(name))
+        return interceptor->start({name, QString(), {{QStringLiteral("path"), used}}, options});
 
     Error::ErrorCode error = Error::NoError;
     QString message;
@@ -49,6 +51,8 @@ Reply* Manager::setConfigPath(const QString& path, const QVariantMap& options)
 Reply* Manager::setConfigData(const QVariantMap& config, const QVariantMap& options)
 {
     const QString name = QStringLiteral("setConfigData");
+    if (Service* interceptor = interceptorFor(name))
+        return interceptor->start({name, QString(), config, options});
     ClientConfig candidate = d->config;
     candidate.merge(config);
     QString message;
