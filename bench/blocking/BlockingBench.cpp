@@ -6,7 +6,7 @@
 // All three POST the same JSON body to the same endpoint ("getDeviceAction").
 // Rounds are interleaved and the median round is reported.
 //
-//   build/bin/bench_blocking [requests-per-round] [rounds] [call-timeout-ms] [only]
+//   build/bin/bench_blocking [requests-per-round=1000] [rounds=11] [call-timeout-ms=10000] [only]
 // With `only` = helper, curl or qnam, just that client runs (for profiling
 // one side with perf or strace); no ratio is printed then.
 
@@ -149,8 +149,8 @@ void print(const char* name, const Figures& f, int count)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    const int count = argc > 1 ? std::max(10, atoi(argv[1])) : 2000;
-    const int rounds = argc > 2 ? std::max(1, atoi(argv[2])) : 5;
+    const int count = argc > 1 ? std::max(10, atoi(argv[1])) : 1000;
+    const int rounds = argc > 2 ? std::max(1, atoi(argv[2])) : 11;
     // The blocking call's time-out (ms). Each call leaves its single-shot
     // timer registered until it expires, so at thousands of calls per
     // second the time-out sets how many timers the event loop carries.
@@ -236,8 +236,15 @@ int main(int argc, char** argv)
     std::vector<Figures> helperRounds, curlRounds, qnamRounds;
     std::vector<double> helperRatios, qnamRatios;
     for (int r = 0; r < rounds; ++r) {
-        curlRounds.push_back(measure(count, curlCall));
-        helperRounds.push_back(measure(count, helperCall));
+        // Alternate which side goes first, so that a slow drift of the
+        // machine's load favours neither.
+        if (r % 2 == 0) {
+            curlRounds.push_back(measure(count, curlCall));
+            helperRounds.push_back(measure(count, helperCall));
+        } else {
+            helperRounds.push_back(measure(count, helperCall));
+            curlRounds.push_back(measure(count, curlCall));
+        }
         qnamRounds.push_back(measure(qnamCount, qnamCall));
         helperRatios.push_back(helperRounds.back().perSecond / curlRounds.back().perSecond);
         qnamRatios.push_back(qnamRounds.back().perSecond / curlRounds.back().perSecond);
