@@ -2,7 +2,8 @@
 // scripted cloud client: records sent, result codes, signals, log lines and
 // the exact order of the waits.
 
-#include "LogCapture.h"
+#include "GlogCapture.h"
+#include "HelperTestAccess.h"
 #include "ScriptedService.h"
 
 #include <VornNubraHelper.h>
@@ -15,13 +16,6 @@
 #include <QTimer>
 
 #include <gtest/gtest.h>
-
-class VornNubraHelperTestAccess {
-public:
-    static Nubra::Manager*& manager(VornNubraHelper* h) { return h->m_manager; }
-    static bool& configured(VornNubraHelper* h) { return h->m_upgradeConfigured; }
-    static QSharedPointer<Nubra::Reply>& downloadReply(VornNubraHelper* h) { return h->m_downloadReply; }
-};
 
 namespace {
 
@@ -59,7 +53,7 @@ protected:
         scripted.reset();
     }
     std::unique_ptr<ScriptedService> scripted;
-    VornTest::LogCapture log;
+    VornTest::GlogCapture log;
 };
 
 // One outcome of the shared 15 s wait, applied to every call that uses it.
@@ -88,7 +82,7 @@ const std::vector<WaitCase> kWaitCases = {
 
 TEST_F(HelperUpgrade, waitOutcomesOfConfigureCheckAndExistence)
 {
-    Access::configured(helper()) = true;
+    Access::upgradeConfigured(helper()) = true;
     for (const WaitCase& c : kWaitCases) {
         SCOPED_TRACE(c.label);
         for (const QString& name : {kConfig, kCheck, kExist}) {
@@ -142,11 +136,11 @@ TEST_F(HelperUpgrade, registrationBodyHasThreeEntriesAndFixedConstants)
 
 TEST_F(HelperUpgrade, checkConfiguresOnceThenReplacesInfoWithResultMap)
 {
-    Access::configured(helper()) = false;
+    Access::upgradeConfigured(helper()) = false;
     scripted->answerAfter(kCheck, 0, success({{"hasUpgrade", true}, {"version", "1.2.0"}}));
     QVariantMap info{{"old", 1}};
     EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::Success);
-    EXPECT_TRUE(Access::configured(helper()));
+    EXPECT_TRUE(Access::upgradeConfigured(helper()));
     EXPECT_EQ(info, (QVariantMap{{"hasUpgrade", true}, {"version", "1.2.0"}}));
     ASSERT_EQ(scripted->callsNamed(kCheck).size(), 1);
     EXPECT_EQ(scripted->callsNamed(kCheck).first().record, (QVariantMap{{"modelCode", "VS-200"}}));
@@ -163,7 +157,7 @@ TEST_F(HelperUpgrade, checkConfiguresOnceThenReplacesInfoWithResultMap)
 
 TEST_F(HelperUpgrade, lateAnswerAfterTheFifteenSecondTimeoutChangesNothing)
 {
-    Access::configured(helper()) = true;
+    Access::upgradeConfigured(helper()) = true;
     scripted->answerAfter(kCheck, 15300, success({{"version", "9.9.9"}}));
     QVariantMap info{{"kept", true}};
     EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::Timeout);
@@ -354,21 +348,6 @@ TEST_F(HelperUpgrade, fileDownloadReturnsAtOnceAndReleasesTheReplyOnALaterTurn)
 
     scripted->setStatus(kFile, Nubra::Error::InvalidArgument);
     EXPECT_EQ(helper()->downloadFile("not a url", "/tmp/x"), NubraCommon::RequestRejected);
-}
-
-TEST_F(HelperUpgrade, everyCallWithoutAManagerReturnsNoManagerAndSendsNothing)
-{
-    Nubra::Manager* saved = Access::manager(helper());
-    Access::manager(helper()) = nullptr;
-    QVariantMap info;
-    EXPECT_EQ(helper()->setSoftwareAutoUpgrade("VS-200", "1", "release", "en", "/tmp"), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->startDownloadSoftware("VS-200", "1"), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->pauseDownloadSoftware(), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->checkDownloadSoftwareExist("VS-200", "1"), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->downloadFile("http://127.0.0.1:1/x", "/tmp/x"), NubraCommon::NoManager);
-    Access::manager(helper()) = saved;
-    EXPECT_TRUE(scripted->calls.isEmpty());
 }
 
 } // namespace
