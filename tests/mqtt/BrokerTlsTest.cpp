@@ -53,10 +53,14 @@ protected:
         const QString path = dir.filePath(QStringLiteral("config-%1.json").arg(++configs));
         return VornTest::writeFile(path, QJsonDocument(config).toJson()) ? path : QString();
     }
+    // NUBRA_CONFIG (the binary's other cloud) would override the path.
     std::unique_ptr<Nubra::Manager> managerFor(const QString& configPath)
     {
+        const QByteArray shared = qgetenv("NUBRA_CONFIG");
+        qunsetenv("NUBRA_CONFIG");
         auto manager = std::make_unique<Nubra::Manager>();
         ReplyPtr config(manager->setConfigPath(configPath, {}));
+        qputenv("NUBRA_CONFIG", shared);
         EXPECT_EQ(config->status(), 0);
         return manager;
     }
