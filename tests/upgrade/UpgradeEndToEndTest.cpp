@@ -73,6 +73,19 @@ protected:
         EXPECT_TRUE(pauseAsked);
     }
 
+    // A package as the cloud lists it, and where the helper stores it.
+    struct Package {
+        QString sha256, url; // url: the cloud's path of the package file
+        qint64 size = 0;
+        QString target;
+    };
+    Package package(const QString& model, const QString& version)
+    {
+        const QJsonObject p = admin().package(model, version);
+        return {p.value("sha256").toString(), "/packages/" + p.value("packageName").toString(),
+                qint64(p.value("packageSize").toDouble()), packagePath(folder.path(), model, version)};
+    }
+
     QTemporaryDir folder;
 };
 
@@ -102,10 +115,10 @@ TEST_F(UpgradeEndToEnd, checkFindsTheNewestVersionTheRegistrationMaySee)
         if (c.hasUpgrade) {
             EXPECT_TRUE(info.value("releaseNotes").toString().startsWith(c.notesStart))
                 << info.value("releaseNotes").toString().toStdString();
-            const QJsonObject package = admin().package(c.model, c.version);
-            EXPECT_EQ(info.value("sha256").toString(), package.value("sha256").toString());
-            EXPECT_EQ(info.value("packageSize").toLongLong(), qint64(package.value("packageSize").toDouble()));
-            EXPECT_EQ(info.value("localPath").toString(), packagePath(folder.path(), c.model, c.version));
+            const Package p = package(c.model, c.version);
+            EXPECT_EQ(info.value("sha256").toString(), p.sha256);
+            EXPECT_EQ(info.value("packageSize").toLongLong(), p.size);
+            EXPECT_EQ(info.value("localPath").toString(), p.target);
         }
     }
     QVariantMap untouched{{"kept", true}};
@@ -116,9 +129,9 @@ TEST_F(UpgradeEndToEnd, checkFindsTheNewestVersionTheRegistrationMaySee)
 TEST_F(UpgradeEndToEnd, downloadVerifiesThePackageAndTheExistenceTestSeesItAfterwards)
 {
     registerModel("VS-200", "1.0.0");
-    const QJsonObject package = admin().package("VS-200", "1.1.0");
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    const QString target = packagePath(folder.path(), "VS-200", "1.1.0");
+    const Package p = package("VS-200", "1.1.0");
+    const qint64 size = p.size;
+    const QString target = p.target;
 
     QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
     EXPECT_EQ(helper()->checkDownloadSoftwareExist("VS-200", "1.1.0"), NubraCommon::Success);
@@ -132,7 +145,7 @@ TEST_F(UpgradeEndToEnd, downloadVerifiesThePackageAndTheExistenceTestSeesItAfter
     EXPECT_EQ(failed.count(), 0);
     ASSERT_FALSE(progress.isEmpty());
     EXPECT_EQ(progress.last(), (QVariantList{size, size}));
-    EXPECT_EQ(sha256OfFile(target), package.value("sha256").toString());
+    EXPECT_EQ(sha256OfFile(target), p.sha256);
     EXPECT_FALSE(QFileInfo::exists(target + ".part"));
     EXPECT_FALSE(QFileInfo::exists(target + ".part.json"));
 
@@ -147,10 +160,9 @@ TEST_F(UpgradeEndToEnd, pauseThenResumeFetchesOnlyTheMissingBytes)
     const QString model = "VS-300 Pro";
     const QString version = "2.1.0";
     registerModel(model, "2.0.0");
-    const QJsonObject package = admin().package(model, version);
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    const QString url = "/packages/" + package.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
+    const Package p = package(model, version);
+    const qint64 size = p.size;
+    const QString url = p.url, target = p.target;
     // Slow enough to pause half-way; only the first request is slowed.
     admin().armFault(url, {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
 
@@ -174,7 +186,7 @@ TEST_F(UpgradeEndToEnd, pauseThenResumeFetchesOnlyTheMissingBytes)
     const qint64 rangeRequestsBefore = admin().stat(url, "rangeRequests");
     EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
     EXPECT_EQ(succeeded.count(), 2);
-    EXPECT_EQ(sha256OfFile(target), package.value("sha256").toString());
+    EXPECT_EQ(sha256OfFile(target), p.sha256);
     EXPECT_EQ(admin().stat(url, "rangeRequests") - rangeRequestsBefore, 1);
     EXPECT_EQ(admin().stat(url, "rangeBytesServed") - rangeBytesBefore, size - partial);
 }
@@ -184,10 +196,9 @@ TEST_F(UpgradeEndToEnd, cutConnectionFailsThenANewStartCompletesThePackage)
     const QString model = "VS-300 Pro";
     const QString version = "2.0.0";
     registerModel(model, "1.0.0");
-    const QJsonObject package = admin().package(model, version);
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    const QString url = "/packages/" + package.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
+    const Package p = package(model, version);
+    const qint64 size = p.size;
+    const QString url = p.url, target = p.target;
     const qint64 cut = 300000;
     admin().armFault(url, {{"cutAfter", cut}, {"times", 1}});
 
@@ -201,7 +212,7 @@ TEST_F(UpgradeEndToEnd, cutConnectionFailsThenANewStartCompletesThePackage)
     const qint64 rangeBytesBefore = admin().stat(url, "rangeBytesServed");
     EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
     EXPECT_EQ(succeeded.count(), 1);
-    EXPECT_EQ(sha256OfFile(target), package.value("sha256").toString());
+    EXPECT_EQ(sha256OfFile(target), p.sha256);
     EXPECT_EQ(admin().stat(url, "rangeBytesServed") - rangeBytesBefore, size - cut);
 }
 
@@ -210,9 +221,8 @@ TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLoo
     const QString model = "VS-200";
     const QString version = "1.3.0-beta.1";
     registerModel(model, "1.2.0", "beta");
-    const QJsonObject package = admin().package(model, version);
-    const QString url = "/packages/" + package.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
+    const Package p = package(model, version);
+    const QString url = p.url, target = p.target;
 
     struct Case {
         const char* label;
@@ -241,7 +251,7 @@ TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLoo
         c.repair();
         EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
         EXPECT_EQ(succeeded.count(), 1);
-        EXPECT_EQ(sha256OfFile(target), package.value("sha256").toString());
+        EXPECT_EQ(sha256OfFile(target), p.sha256);
         QFile::remove(target);
     }
 }
@@ -251,9 +261,8 @@ TEST_F(UpgradeEndToEnd, packageRepublishedDuringAPauseIsFetchedAnew)
     const QString model = "VS-300 Pro";
     const QString version = "2.2.0-beta.1";
     registerModel(model, "2.1.0", "beta");
-    const QJsonObject before = admin().package(model, version);
-    const QString url = "/packages/" + before.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
+    const Package before = package(model, version);
+    const QString url = before.url, target = before.target;
     admin().armFault(url, {{"throttle", 1024 * 1024}, {"times", 1}});
     startAndPauseAt(model, version, 256 * 1024);
     ASSERT_GT(QFileInfo(target + ".part").size(), 0);
@@ -262,7 +271,7 @@ TEST_F(UpgradeEndToEnd, packageRepublishedDuringAPauseIsFetchedAnew)
         admin().call("POST", "/devcloud/upgrade/republish", {{"modelCode", model}, {"version", version}})
             .value("result")
             .toObject();
-    ASSERT_NE(after.value("sha256").toString(), before.value("sha256").toString());
+    ASSERT_NE(after.value("sha256").toString(), before.sha256);
     QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
     EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
     EXPECT_EQ(succeeded.count(), 1);
@@ -281,10 +290,9 @@ TEST_F(UpgradeEndToEnd, clientExistenceAnswerDuringARunningDownloadCountsTheByte
                                      {{"VS-200", model}, {"checkInterval", 10}, {"path", folder.path()}}, {}))
                   .value("status"),
               "success");
-    const QJsonObject package = admin().package("VS-200", "1.2.0");
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    admin().armFault("/packages/" + package.value("packageName").toString(),
-                      {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+    const Package p = package("VS-200", "1.2.0");
+    const qint64 size = p.size;
+    admin().armFault(p.url, {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
     const QVariantMap item{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
     const QVariantMap exist{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
 
