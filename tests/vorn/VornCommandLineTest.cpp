@@ -47,8 +47,6 @@ TEST(VornCommandLine, eachOutcomeHasItsExitStatusAndMessage)
         {"connection dropped mid-answer", {"get", "FetchCountries", "devcloudFault=drop"}, 7, "TransportError (7)", ""},
         {"answer later than the time-out", {"post", "UserLogin", "devcloudFault=delay=3000", "--timeout", "300"}, 1,
          "Timeout (1)", ""},
-        {"server error status", {"post", "UserLogin", kAccount, kPassword, "devcloudFault=failure"}, 6,
-         "ResponseFailed (6)", ""},
         {"config file that does not exist", {"--config", "/nonexistent/config.json", "post", "UserLogin"}, 69, "",
          "no cloud configured"},
     };
