@@ -5,7 +5,7 @@
 
 #include <TestFiles.h>
 
-#include <DevCloudAdmin.h>
+#include <CloudAdmin.h>
 #include <DevCloudProcess.h>
 
 #include <QDeadlineTimer>
@@ -115,14 +115,11 @@ TEST(VornSubscribe, printsThePublishedMessageAndStopsAtTheCount)
 
     // Publish until the subscriber has its message: it may still be
     // subscribing when the first one goes out (QoS 0, not kept).
-    DevCloudAdmin admin(sharedCloudUrl());
+    VornTest::CloudAdmin admin(sharedCloudUrl());
     const QJsonObject payload{{"state", "idle"}, {"n", 7}};
     QDeadlineTimer deadline(20000);
     while (subscriber.state() != QProcess::NotRunning && !deadline.hasExpired()) {
-        QString error;
-        admin.call("POST", "/devcloud/publish", QJsonDocument(QJsonObject{{"topic", topic}, {"payload", payload}}),
-                   &error);
-        ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+        ASSERT_TRUE(admin.publish(topic, payload));
         subscriber.waitForFinished(500);
     }
     ASSERT_EQ(subscriber.state(), QProcess::NotRunning);
@@ -186,12 +183,10 @@ TEST(VornUpgrade, ctrlCPausesTheDownloadAndTheNextRunResumesIt)
     // A private cloud: the slowed-down transfer must be this test's own.
     VornTest::DevCloudProcess cloud;
     ASSERT_TRUE(cloud.start()) << cloud.output().toStdString();
-    DevCloudAdmin admin(cloud.baseUrl());
+    VornTest::CloudAdmin admin(cloud.baseUrl());
     const QString packagePath = "/packages/VS-200-1.2.0.vpkg";
-    QString error;
-    admin.call("POST", "/devcloud/transfer-faults",
-               QJsonDocument(QJsonObject{{"path", packagePath}, {"throttle", 1024 * 1024}, {"times", 1}}), &error);
-    ASSERT_TRUE(error.isEmpty()) << error.toStdString();
+    admin.armFault(packagePath, {{"throttle", 1024 * 1024}, {"times", 1}});
+    ASSERT_EQ(admin.lastStatus(), 200);
 
     QTemporaryDir dir;
     const QStringList args{"--json", "--config", cloud.configPath(), "upgrade", "download", "--model", "VS-200",
@@ -226,11 +221,8 @@ TEST(VornUpgrade, ctrlCPausesTheDownloadAndTheNextRunResumesIt)
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("VS-200-1.2.0.vpkg.part")));
 
     // The second run asked only for the rest.
-    const QJsonObject stats = admin.call("GET", "/devcloud/stats", {}, &error)
-                                  .object().value("result").toObject().value("files").toObject()
-                                  .value(packagePath).toObject();
-    EXPECT_EQ(stats.value("rangeRequests").toInt(), 1) << error.toStdString();
-    EXPECT_LE(qint64(stats.value("rangeBytesServed").toDouble()), total - pausedBytes);
+    EXPECT_EQ(admin.stat(packagePath, "rangeRequests"), 1);
+    EXPECT_LE(admin.stat(packagePath, "rangeBytesServed"), total - pausedBytes);
 }
 
 TEST(VornDownload, fileArrivesOrTheFailureIsReported)
