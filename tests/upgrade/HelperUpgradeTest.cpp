@@ -5,6 +5,7 @@
 #include "GlogCapture.h"
 #include "HelperTestAccess.h"
 #include "ScriptedService.h"
+#include "Waiting.h"
 
 #include <VornNubraHelper.h>
 
@@ -131,7 +132,8 @@ TEST_F(HelperUpgrade, registrationBodyHasThreeEntriesAndFixedConstants)
                                       {"langType", "de"}}));
     }
     EXPECT_TRUE(log.contains(QStringLiteral("Soft Version Config Success")));
-    EXPECT_TRUE(log.files().contains(QStringLiteral("VornNubraHelper")));
+    for (const auto& record : log.records())
+        EXPECT_EQ(record.file, QStringLiteral("VornNubraHelper"));
 }
 
 TEST_F(HelperUpgrade, checkConfiguresOnceThenReplacesInfoWithResultMap)
@@ -336,10 +338,7 @@ TEST_F(HelperUpgrade, fileDownloadReturnsAtOnceAndReleasesTheReplyOnALaterTurn)
         first->sendFinished({{"status", status}});
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         EXPECT_FALSE(first.isNull()); // the timer has not fired yet
-        const QDeadlineTimer deadline(2000);
-        while (first && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        EXPECT_TRUE(first.isNull());
+        EXPECT_TRUE(VornTest::waitUntil([&] { return first.isNull(); }, 2000));
         EXPECT_FALSE(second.isNull()); // still running, untouched
     }
     EXPECT_TRUE(log.contains(
