@@ -155,65 +155,60 @@ TEST_F(UpgradeEndToEnd, downloadVerifiesThePackageAndTheExistenceTestSeesItAfter
     EXPECT_EQ(progress.first(), (QVariantList{size, size}));
 }
 
-TEST_F(UpgradeEndToEnd, pauseThenResumeFetchesOnlyTheMissingBytes)
+// A download paused (from inside its wait, as a pause button would) or cut
+// by the cloud keeps its partial bytes; the next start asks for the rest only.
+TEST_F(UpgradeEndToEnd, interruptedDownloadResumesWithOnlyTheMissingBytes)
 {
+    const struct {
+        const char* what;
+        QString version, installed;
+        QJsonObject fault; // on the first request only
+        qint64 pauseAt;    // 0: the cut ends the download
+    } cases[] = {
+        // Slow enough to pause half-way.
+        {"paused", "2.1.0", "2.0.0", {{"throttle", 4 * 1024 * 1024}, {"times", 1}}, 1024 * 1024},
+        {"cut", "2.0.0", "1.0.0", {{"cutAfter", 300000}, {"times", 1}}, 0},
+    };
     const QString model = "VS-300 Pro";
-    const QString version = "2.1.0";
-    registerModel(model, "2.0.0");
-    const Package p = package(model, version);
-    const qint64 size = p.size;
-    const QString url = p.url, target = p.target;
-    // Slow enough to pause half-way; only the first request is slowed.
-    admin().armFault(url, {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        registerModel(model, c.installed);
+        const Package p = package(model, c.version);
+        admin().armFault(p.url, c.fault);
+        QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
+        QSignalSpy failed(helper(), &VornNubraHelper::downloadFail);
+        if (c.pauseAt > 0)
+            startAndPauseAt(model, c.version, c.pauseAt);
+        else
+            EXPECT_EQ(helper()->startDownloadSoftware(model, c.version), NubraCommon::Success);
+        // The pause ends the wait with downloadSuccess although the package
+        // is not complete: the helper's flag starts true on purpose.
+        EXPECT_EQ(succeeded.count(), c.pauseAt > 0 ? 1 : 0);
+        EXPECT_EQ(failed.count(), c.pauseAt > 0 ? 0 : 1);
+        EXPECT_FALSE(QFileInfo::exists(p.target));
+        const qint64 partial = QFileInfo(p.target + ".part").size();
+        if (c.pauseAt > 0) {
+            EXPECT_GE(partial, c.pauseAt);
+            EXPECT_LT(partial, p.size);
+        } else {
+            EXPECT_EQ(partial, c.fault.value("cutAfter").toInt());
+        }
 
-    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
-    startAndPauseAt(model, version, 1024 * 1024);
-    // The pause ends the wait with downloadSuccess although the package is
-    // not complete: the helper's flag starts true on purpose.
-    EXPECT_EQ(succeeded.count(), 1);
-    EXPECT_FALSE(QFileInfo::exists(target));
-    const qint64 partial = QFileInfo(target + ".part").size();
-    EXPECT_GE(partial, 1024 * 1024);
-    EXPECT_LT(partial, size);
+        // Meanwhile the existence test reports the partial bytes.
+        QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
+        EXPECT_EQ(helper()->checkDownloadSoftwareExist(model, c.version), NubraCommon::PackageExists);
+        ASSERT_EQ(progress.count(), 1);
+        EXPECT_EQ(progress.first(), (QVariantList{partial, p.size}));
 
-    // While paused, the existence test reports the partial bytes.
-    QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
-    EXPECT_EQ(helper()->checkDownloadSoftwareExist(model, version), NubraCommon::PackageExists);
-    ASSERT_EQ(progress.count(), 1);
-    EXPECT_EQ(progress.first(), (QVariantList{partial, size}));
-
-    const qint64 rangeBytesBefore = admin().stat(url, "rangeBytesServed");
-    const qint64 rangeRequestsBefore = admin().stat(url, "rangeRequests");
-    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
-    EXPECT_EQ(succeeded.count(), 2);
-    EXPECT_EQ(sha256OfFile(target), p.sha256);
-    EXPECT_EQ(admin().stat(url, "rangeRequests") - rangeRequestsBefore, 1);
-    EXPECT_EQ(admin().stat(url, "rangeBytesServed") - rangeBytesBefore, size - partial);
-}
-
-TEST_F(UpgradeEndToEnd, cutConnectionFailsThenANewStartCompletesThePackage)
-{
-    const QString model = "VS-300 Pro";
-    const QString version = "2.0.0";
-    registerModel(model, "1.0.0");
-    const Package p = package(model, version);
-    const qint64 size = p.size;
-    const QString url = p.url, target = p.target;
-    const qint64 cut = 300000;
-    admin().armFault(url, {{"cutAfter", cut}, {"times", 1}});
-
-    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
-    QSignalSpy failed(helper(), &VornNubraHelper::downloadFail);
-    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
-    EXPECT_EQ(failed.count(), 1);
-    EXPECT_FALSE(QFileInfo::exists(target));
-    EXPECT_EQ(QFileInfo(target + ".part").size(), cut);
-
-    const qint64 rangeBytesBefore = admin().stat(url, "rangeBytesServed");
-    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
-    EXPECT_EQ(succeeded.count(), 1);
-    EXPECT_EQ(sha256OfFile(target), p.sha256);
-    EXPECT_EQ(admin().stat(url, "rangeBytesServed") - rangeBytesBefore, size - cut);
+        const qint64 rangeBytesBefore = admin().stat(p.url, "rangeBytesServed");
+        const qint64 rangeRequestsBefore = admin().stat(p.url, "rangeRequests");
+        succeeded.clear();
+        EXPECT_EQ(helper()->startDownloadSoftware(model, c.version), NubraCommon::Success);
+        EXPECT_EQ(succeeded.count(), 1);
+        EXPECT_EQ(sha256OfFile(p.target), p.sha256);
+        EXPECT_EQ(admin().stat(p.url, "rangeRequests") - rangeRequestsBefore, 1);
+        EXPECT_EQ(admin().stat(p.url, "rangeBytesServed") - rangeBytesBefore, p.size - partial);
+    }
 }
 
 TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLookingFile)
