@@ -8,21 +8,19 @@
 // sends each message once; both consumers are subscribed to the topic.
 // Payloads are JSON {"seq": n, "t": CLOCK_MONOTONIC ns at publish}.
 
+#include "DevCloudProcess.h"
+#include "TestFiles.h"
+#include "Waiting.h"
+
 #include <VornNubraHelper.h>
 
 #include <glog/logging.h>
 #include <mosquitto.h>
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QEventLoop>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QTimer>
 
 #include <algorithm>
 #include <atomic>
@@ -69,20 +67,8 @@ struct Arrivals {
     }
 };
 
-bool waitUntil(const std::function<bool()>& done, int timeoutMs)
-{
-    QDeadlineTimer deadline(timeoutMs);
-    QEventLoop loop;
-    QTimer tick;
-    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
-        if (done() || deadline.hasExpired())
-            loop.quit();
-    });
-    tick.start(2);
-    if (!done())
-        loop.exec();
-    return done();
-}
+// Checks every 2 ms: the warm-up publishes on each check.
+bool waitUntil(const std::function<bool()>& done, int timeoutMs) { return VornTest::waitUntil(done, timeoutMs, 2); }
 
 // mosquitto_sub in a child process; a thread timestamps each line.
 class MosquittoSub {
@@ -222,23 +208,13 @@ int main(int argc, char** argv)
     FLAGS_log_dir = logDir.path().toStdString();
     google::InitGoogleLogging("mqtt_bench");
 
-    QTemporaryDir cloudDir;
-    QProcess cloud;
-    cloud.setProcessChannelMode(QProcess::MergedChannels);
-    const QString configPath = cloudDir.path() + "/config.json";
-    cloud.start(VORN_DEVCLOUD_BINARY, {"--port", "0", "--write-config", configPath, "--data", cloudDir.path() + "/data"});
-    QString output;
-    if (!waitUntil([&] {
-            output += QString::fromUtf8(cloud.readAll());
-            return output.contains("listening on");
-        }, 15000)) {
-        std::fprintf(stderr, "nubra-devcloud did not start: %s\n", qPrintable(output));
+    VornTest::DevCloudProcess cloud;
+    if (!cloud.start()) {
+        std::fprintf(stderr, "nubra-devcloud did not start: %s\n", qPrintable(cloud.output()));
         return 1;
     }
-    QFile configFile(configPath);
-    configFile.open(QIODevice::ReadOnly);
-    const QJsonObject mqtt = QJsonDocument::fromJson(configFile.readAll()).object().value("mqtt").toObject();
-    qputenv("NUBRA_CONFIG", configPath.toLocal8Bit());
+    const QJsonObject mqtt = VornTest::readJsonObject(cloud.configPath()).value("mqtt").toObject();
+    qputenv("NUBRA_CONFIG", cloud.configPath().toLocal8Bit());
 
     VornNubraHelper* helper = VornNubraHelper::getInstance();
     QVariantMap login;
@@ -359,7 +335,6 @@ int main(int argc, char** argv)
                 median(ourLatency) > 0 ? median(peerLatency) / median(ourLatency) : 0.0);
 
     helper->disconnectFromServer();
-    cloud.terminate();
-    cloud.waitForFinished(10000);
+    cloud.stop();
     return 0;
 }

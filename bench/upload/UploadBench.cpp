@@ -11,24 +11,22 @@
 // status 2 when the median ratio is below the 0.80 target.
 
 #include "DevCloudProcess.h"
+#include "TestFiles.h"
+#include "Waiting.h"
 
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QEventLoop>
-#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QTimer>
 
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <random>
 #include <vector>
 
 namespace {
@@ -39,43 +37,15 @@ QVariantMap run(Nubra::Manager& manager, const QString& name, const QVariantMap&
                 QElapsedTimer* firstProgress = nullptr)
 {
     Nubra::Reply* reply = manager.request(name, record, {});
-    QVariantMap answer;
     if (firstProgress)
         QObject::connect(reply, &Nubra::Reply::uploadProgress, reply, [firstProgress](qint64 sent, qint64) {
             if (sent > 0 && !firstProgress->isValid())
                 firstProgress->start();
         });
-    QEventLoop loop;
-    QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
-        answer = map;
-        loop.quit();
-    });
-    QTimer::singleShot(600000, &loop, &QEventLoop::quit);
-    loop.exec();
-    reply->deleteLater();
-    return answer;
+    return VornTest::finishOf(reply, 600000);
 }
 
 QVariantMap resultOf(const QVariantMap& answer) { return answer.value(QStringLiteral("result")).toMap(); }
-
-bool writeRandomFile(const QString& path, qint64 size)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    std::mt19937_64 random(std::random_device{}());
-    QByteArray chunk(1 << 20, '\0');
-    for (qint64 written = 0; written < size;) {
-        auto* words = reinterpret_cast<quint64*>(chunk.data());
-        for (int i = 0; i < chunk.size() / 8; ++i)
-            words[i] = random();
-        const qint64 n = qMin<qint64>(chunk.size(), size - written);
-        if (file.write(chunk.constData(), n) != n)
-            return false;
-        written += n;
-    }
-    return true;
-}
 
 // CPU seconds (user + system) of this process or of its waited-for children.
 double cpuSeconds(int who)
@@ -110,10 +80,7 @@ int main(int argc, char** argv)
         return 1;
     }
     Nubra::Manager manager;
-    Nubra::Reply* configured = manager.setConfigPath(cloud.configPath(), {});
-    QEventLoop wait;
-    QObject::connect(configured, &Nubra::Reply::finished, &wait, &QEventLoop::quit);
-    wait.exec();
+    VornTest::loadConfig(manager, cloud.configPath());
 
     const QVariantMap login = run(manager, QStringLiteral("userLogin"),
                                   {{QStringLiteral("body"), QVariantMap{{"account", "demo@vorn.example"},
@@ -149,7 +116,7 @@ int main(int argc, char** argv)
         // A few KiB more each round: a file of the same size as one already
         // in the space would add a hashing pass before sending (the "maybe
         // it is there" path), which a fresh scan file does not pay.
-        if (!writeRandomFile(path, bytes + round * 4096)) {
+        if (!VornTest::writeRandomFile(path, bytes + round * 4096)) {
             std::fprintf(stderr, "bench_upload: cannot write %s\n", qPrintable(path));
             return 1;
         }

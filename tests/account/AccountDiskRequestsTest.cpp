@@ -4,6 +4,7 @@
 
 #include <VornNubraHelper.h>
 
+#include "QtMessageCapture.h"
 #include "ScriptedService.h"
 
 #include <QSignalSpy>
@@ -39,22 +40,34 @@ QVariantMap composed(const QString& source)
 
 } // namespace
 
-TEST(UserAccountRequest, sendsTheComposedRecordAndReplacesTheResult)
+TEST(UserAccountRequest, eachEntrySendsTheComposedRecordAndReplacesTheResult)
 {
-    // Table: extra string -> which request() form must carry it.
+    // Every entry with its request name; the extra string (a region) goes
+    // along as it is.
     const struct {
+        VornUserAccountInterface iface;
+        const char* name;
         const char* extra;
-    } rows[] = {{""}, {"r"}, {"eu-central"}};
+    } rows[] = {
+        {VornUserAccountInterface::UserLogin, "userLogin", ""},
+        {VornUserAccountInterface::UserCodeLogin, "userCodeLogin", "r"},
+        {VornUserAccountInterface::FetchCountries, "fetchCountries", ""},
+        {VornUserAccountInterface::IpCountry, "ipCountry", "eu-central"},
+        {VornUserAccountInterface::Captcha, "captcha", ""},
+        {VornUserAccountInterface::UserInfoValid, "userInfoValid", ""},
+        {VornUserAccountInterface::GetOEMPrivacyColorInfoByTypeV2, "getOEMPrivacyColorInfoByTypeV2", ""},
+        {VornUserAccountInterface::FactoryPrivacyView, "factoryPrivacyView", ""},
+    };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.extra);
+        SCOPED_TRACE(row.name);
         ScriptedService service;
-        service.answerAfter(QStringLiteral("captcha"), 5, kSuccess);
+        service.answerAfter(QString::fromLatin1(row.name), 5, kSuccess);
         QVariantMap result{{QStringLiteral("stale"), true}};
-        helper()->VornUserAccountRequest(VornUserAccountInterface::Captcha, result, kBody, kParams, kHeaders,
-                                         QString::fromLatin1(row.extra), QStringLiteral("scanner-app"));
+        helper()->VornUserAccountRequest(row.iface, result, kBody, kParams, kHeaders, QString::fromLatin1(row.extra),
+                                         QStringLiteral("scanner-app"));
         ASSERT_EQ(service.calls.size(), 1);
         const auto& call = service.calls[0];
-        EXPECT_EQ(call.name, QStringLiteral("captcha"));
+        EXPECT_EQ(call.name, QString::fromLatin1(row.name));
         EXPECT_EQ(call.extra, QString::fromLatin1(row.extra));
         EXPECT_EQ(call.record, composed(QStringLiteral("scanner-app")));
         EXPECT_TRUE(call.options.isEmpty());
@@ -272,36 +285,12 @@ TEST(CloudDiskRequest, lateAnswerAfterTheWaitEndedIsIgnored)
     EXPECT_TRUE(replyPtr.isNull());
 }
 
-namespace {
-QStringList* g_captured = nullptr;
-void captureDebug(QtMsgType, const QMessageLogContext&, const QString& text)
-{
-    if (g_captured)
-        g_captured->append(text);
-}
-// Collects Qt debug lines while alive.
-struct DebugCapture {
-    QStringList lines;
-    QtMessageHandler previous;
-    DebugCapture()
-    {
-        g_captured = &lines;
-        previous = qInstallMessageHandler(captureDebug);
-    }
-    ~DebugCapture()
-    {
-        qInstallMessageHandler(previous);
-        g_captured = nullptr;
-    }
-};
-} // namespace
-
 TEST(AccountDiskLogs, debugLinesKeepTheirTexts)
 {
     ScriptedService service;
     service.answerAfter(QStringLiteral("captcha"), 0, kSuccess);
     service.answerAfter(QStringLiteral("changeSpace"), 0, {{QStringLiteral("status"), QStringLiteral("Success")}});
-    DebugCapture capture;
+    VornTest::QtMessageCapture capture;
     QVariantMap result;
     helper()->VornUserAccountRequest(VornUserAccountInterface::Captcha, result, {}, {}, {}, {}, {});
     helper()->VornCloudDiskRequest(VornCloudDiskInterface::ChangeSpace, result, {}, {}, {}, {});
@@ -315,6 +304,6 @@ TEST(AccountDiskLogs, debugLinesKeepTheirTexts)
         QStringLiteral("VornCloudDiskRequest have not 8 interface"),
     };
     for (const QString& line : expected)
-        EXPECT_TRUE(capture.lines.contains(line)) << line.toStdString() << "\nin:\n"
-                                                  << capture.lines.join('\n').toStdString();
+        EXPECT_TRUE(capture.messages().contains("default:" + line))
+            << line.toStdString() << "\nin:\n" << capture.messages().join('\n').toStdString();
 }

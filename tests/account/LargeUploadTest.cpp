@@ -5,22 +5,18 @@
 // that repeated runs do not fill a shared cloud's disk or quota.
 
 #include "DevCloudProcess.h"
+#include "TestFiles.h"
 
 #include <VornNubraHelper.h>
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
-#include <openssl/evp.h>
-
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <memory>
-#include <random>
 
 using NubraCommon::VornCloudDiskInterface;
 using NubraCommon::VornUserAccountInterface;
@@ -44,43 +40,6 @@ qint64 peakRssKiB()
     return -1;
 }
 
-QString sha256OfFile(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
-    EVP_DigestInit_ex(ctx.get(), EVP_sha256(), nullptr);
-    QByteArray buffer(1 << 20, '\0');
-    qint64 n = 0;
-    while ((n = file.read(buffer.data(), buffer.size())) > 0)
-        EVP_DigestUpdate(ctx.get(), buffer.constData(), size_t(n));
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_DigestFinal_ex(ctx.get(), digest, &length);
-    return QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(digest), int(length)).toHex());
-}
-
-// Random bytes, so that no layer can shrink them, written 1 MiB at a time.
-bool writeRandomFile(const QString& path, qint64 size)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    std::mt19937_64 random(std::random_device{}());
-    QByteArray chunk(1 << 20, '\0');
-    for (qint64 written = 0; written < size;) {
-        auto* words = reinterpret_cast<quint64*>(chunk.data());
-        for (int i = 0; i < chunk.size() / 8; ++i)
-            words[i] = random();
-        const qint64 n = qMin<qint64>(chunk.size(), size - written);
-        if (file.write(chunk.constData(), n) != n)
-            return false;
-        written += n;
-    }
-    return true;
-}
-
 QVariantMap resultOf(const QVariantMap& answer) { return answer.value(QStringLiteral("result")).toMap(); }
 
 } // namespace
@@ -95,8 +54,8 @@ TEST(LargeUpload, streamsTwoHundredMebibytesAndSkipsTheSecondTime)
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString path = dir.filePath(QStringLiteral("scan-200MiB.vscan"));
-    ASSERT_TRUE(writeRandomFile(path, kFileBytes));
-    const QString localSha = sha256OfFile(path);
+    ASSERT_TRUE(VornTest::writeRandomFile(path, kFileBytes));
+    const QString localSha = VornTest::sha256OfFile(path);
 
     QVariantMap login;
     helper()->VornUserAccountRequest(VornUserAccountInterface::UserLogin, login,
@@ -141,7 +100,7 @@ TEST(LargeUpload, streamsTwoHundredMebibytesAndSkipsTheSecondTime)
     // The cloud kept the bytes under their digest; hash what it stored.
     const QString blob = cloud.dataDir() + QStringLiteral("/disk/blobs/") + localSha;
     EXPECT_EQ(QFileInfo(blob).size(), kFileBytes);
-    EXPECT_EQ(sha256OfFile(blob), localSha);
+    EXPECT_EQ(VornTest::sha256OfFile(blob), localSha);
 
     RecordProperty("peakRssGrowthKiB", int(peakAfter - peakBefore));
     std::printf("peak RSS %lld KiB before the upload, %lld KiB after\n", peakBefore, peakAfter);

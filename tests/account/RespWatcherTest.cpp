@@ -6,11 +6,11 @@
 #include <VornNubraHelperRespWatcher.h>
 
 #include "ScriptedService.h"
+#include "Waiting.h"
 
 #include <Nubra/Manager.h>
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QPointer>
 #include <QSignalSpy>
 #include <QTest>
@@ -66,22 +66,9 @@ Watcher makeWatcher(const QVariantMap& record = {{QStringLiteral("k"), 1}})
 
 // Waits (bounded) until a guarded object is gone; the CallBack deletes
 // itself about 2 s after finished(), so the bound is generous.
-bool waitGone(const QPointer<QObject>& object, int boundMs = 8000)
+bool waitGone(const QPointer<QObject>& object)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (object && clock.elapsed() < boundMs)
-        QTest::qWait(20);
-    return object.isNull();
-}
-
-bool waitFor(const std::function<bool()>& done, int boundMs = 5000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < boundMs)
-        QTest::qWait(10);
-    return done();
+    return VornTest::waitUntil([&] { return object.isNull(); }, 8000);
 }
 
 class RespWatcher : public ::testing::Test {
@@ -274,7 +261,7 @@ TEST_F(RespWatcher, asyncCallbacksArriveAfterTheCallerReturned)
     QPointer<QObject> callBack = startAsync(recorder);
     ASSERT_TRUE(callBack);
     EXPECT_TRUE(recorder.events->isEmpty()); // nothing yet: the call did not wait
-    ASSERT_TRUE(waitFor([&] { return recorder.events->size() >= 8; }));
+    ASSERT_TRUE(VornTest::waitUntil([&] { return recorder.events->size() >= 8; }));
 
     const QList<Event>& ev = *recorder.events;
     const QList<int> expected{Watcher::DownloadProgress, Watcher::UploadProgress, Watcher::DownloadProgress,
@@ -331,7 +318,7 @@ TEST_F(RespWatcher, replyFinishingTwiceDeletesTheCallBackOnce)
     });
     Recorder recorder;
     QPointer<QObject> callBack = startAsync(recorder);
-    ASSERT_TRUE(waitFor([&] { return recorder.events->size() >= 2; }));
+    ASSERT_TRUE(VornTest::waitUntil([&] { return recorder.events->size() >= 2; }));
     EXPECT_EQ(recorder.kinds(), (QList<int>{Watcher::Finished, Watcher::Finished}));
     EXPECT_TRUE(waitGone(callBack));
     // Both timers have fired by now; the second found the object gone.

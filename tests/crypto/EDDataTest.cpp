@@ -5,6 +5,7 @@
 #include "AESEncryption.h"
 #include "eddata.h"
 #include "CryptoTestSupport.h"
+#include "SearchingBase64.h"
 
 #include <gtest/gtest.h>
 
@@ -26,36 +27,6 @@ std::string encode(const std::string& bytes)
 {
     return EDData::base64_encode(reinterpret_cast<const unsigned char*>(bytes.data()),
                                  static_cast<unsigned int>(bytes.size()));
-}
-
-// The straightforward decoder: search every character in the alphabet.
-std::string searchingDecode(const std::string& text)
-{
-    std::string out;
-    unsigned value = 0;
-    int count = 0;
-    for (char c : text) {
-        if (c == '=')
-            break;
-        const auto pos = kAlphabet.find(c);
-        if (c == '\0' || pos == std::string::npos)
-            break;
-        value = value << 6 | static_cast<unsigned>(pos);
-        if (++count == 4) {
-            out.push_back(static_cast<char>(value >> 16));
-            out.push_back(static_cast<char>(value >> 8));
-            out.push_back(static_cast<char>(value));
-            value = 0;
-            count = 0;
-        }
-    }
-    if (count == 2)
-        out.push_back(static_cast<char>(value >> 4));
-    if (count == 3) {
-        out.push_back(static_cast<char>(value >> 10));
-        out.push_back(static_cast<char>(value >> 2));
-    }
-    return out;
 }
 
 // Independent protected text: OpenSSL AES-128-ECB without padding over the
@@ -149,7 +120,7 @@ TEST(Base64, tableDecoderMatchesSearchingDecoderOnRandomText)
             else
                 text.push_back(kAlphabet[rng() % kAlphabet.size()]);
         }
-        ASSERT_EQ(EDData::base64_decode(text), searchingDecode(text)) << text;
+        ASSERT_EQ(EDData::base64_decode(text), VornReference::searchingBase64Decode(text)) << text;
     }
 }
 
@@ -193,26 +164,6 @@ TEST(ProtectedText, longTextsAcrossChunkBoundariesMatchTheCipherComposition)
             ASSERT_EQ(EDData::global_deserialize(broken), expected);
         }
     }
-}
-
-TEST(ProtectedText, lengthsAtTheEdges)
-{
-    EXPECT_EQ(EDData::global_serialize(""), "");
-    EXPECT_EQ(EDData::global_deserialize(""), "");
-    const std::string sixteen = EDData::global_serialize(std::string(16, 'a'));
-    EXPECT_EQ(sixteen.size(), 24u);
-    EXPECT_EQ(sixteen.substr(22), "==");
-    const std::string seventeen = EDData::global_serialize(std::string(17, 'a'));
-    EXPECT_EQ(seventeen.size(), 44u);
-    EXPECT_EQ(seventeen.back(), '=');
-}
-
-TEST(ProtectedText, wrongKeyGivesOtherBytesNotAnError)
-{
-    const std::string text = EDData::global_serialize("the quick brown fox");
-    const std::string wrong = EDData::global_deserialize(std::string(16, 'w'), text);
-    EXPECT_EQ(wrong.size(), 32u);
-    EXPECT_NE(wrong.substr(0, 19), "the quick brown fox");
 }
 
 TEST(ProtectedText, textCutShortIsRestoredAsFarAsItGoes)

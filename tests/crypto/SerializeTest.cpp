@@ -5,9 +5,9 @@
 #include "AESEncryption.h"
 #include "eddata.h"
 
-#include <gtest/gtest.h>
+#include "GlogCapture.h"
 
-#include <glog/logging.h>
+#include <gtest/gtest.h>
 
 #include <QCoreApplication>
 #include <QDir>
@@ -16,30 +16,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
-#include <mutex>
-#include <vector>
-
 namespace {
-
-// Collects the helper's log records.
-class RecordingSink : public google::LogSink {
-public:
-    void send(google::LogSeverity, const char*, const char*, int, const google::LogMessageTime&, const char* message,
-              size_t length) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_messages.emplace_back(message, length);
-    }
-    std::vector<std::string> messages()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_messages;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<std::string> m_messages;
-};
 
 class Serialize : public ::testing::Test {
 protected:
@@ -49,8 +26,6 @@ protected:
         delete s_helper;
         s_helper = nullptr;
     }
-    void SetUp() override { google::AddLogSink(&m_sink); }
-    void TearDown() override { google::RemoveLogSink(&m_sink); }
 
     static std::string readAll(const QString& path)
     {
@@ -61,7 +36,7 @@ protected:
     }
 
     static VornNubraHelper* s_helper;
-    RecordingSink m_sink;
+    VornTest::GlogCapture m_sink;
     QTemporaryDir m_dir;
 };
 
@@ -97,10 +72,7 @@ TEST_F(Serialize, emptyStringFailsWithItsLogLineAndLeavesResult)
     const QString path = m_dir.filePath(QStringLiteral("empty.txt"));
     EXPECT_EQ(s_helper->serializeFile(QString(), path), NubraCommon::SerializeFailed);
     EXPECT_FALSE(QFile::exists(path));
-    const auto messages = m_sink.messages();
-    ASSERT_EQ(messages.size(), 2u);
-    EXPECT_EQ(messages[0], "serializeData is empty2!");
-    EXPECT_EQ(messages[1], "serializeData is empty2!");
+    EXPECT_EQ(m_sink.texts(), QStringList({"serializeData is empty2!", "serializeData is empty2!"}));
 }
 
 TEST_F(Serialize, objectIsProtectedAsItsIndentedJson)
@@ -117,7 +89,7 @@ TEST_F(Serialize, objectIsProtectedAsItsIndentedJson)
     QString empty;
     ASSERT_EQ(s_helper->serializeObj(QJsonObject(), empty), 0);
     EXPECT_EQ(empty.toStdString(), EDData::global_serialize(QJsonDocument(QJsonObject()).toJson().toStdString()));
-    EXPECT_TRUE(m_sink.messages().empty());
+    EXPECT_TRUE(m_sink.texts().isEmpty());
 }
 
 TEST_F(Serialize, filesHoldTheProtectedText)
@@ -140,7 +112,7 @@ TEST_F(Serialize, unwritablePathFailsAndWritesNothing)
     EXPECT_EQ(s_helper->serializeData(sampleObject(), missingDir), NubraCommon::SerializeFailed);
     EXPECT_FALSE(QDir(m_dir.filePath(QStringLiteral("missing"))).exists());
     // Failing to open the file is not one of the logged cases.
-    EXPECT_TRUE(m_sink.messages().empty());
+    EXPECT_TRUE(m_sink.texts().isEmpty());
 }
 
 TEST_F(Serialize, callersKeyRestoresTextProtectedUnderIt)

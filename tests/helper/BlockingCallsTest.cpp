@@ -209,26 +209,6 @@ TEST_F(BlockingCalls, refusedBeforeSending)
     EXPECT_EQ(helper->post(Interface::Upgrade, upgradeBody, result, {}, 5000), NubraCommon::Success);
 }
 
-// A helper without a manager answers 2 for every call.
-TEST_F(BlockingCalls, noManager)
-{
-    VornNubraHelper other;
-    Nubra::Manager*& manager = VornNubraHelperTestAccess::manager(other);
-    Nubra::Manager* const saved = manager;
-    manager = nullptr;
-    for (Call call : kAllCalls) {
-        SCOPED_TRACE(callName(call));
-        const CallOutcome run = runCall(&other, call, Interface::FetchCountries, {}, 5000);
-        EXPECT_EQ(int(run.code), int(NubraCommon::NoManager));
-        EXPECT_EQ(run.result.toMap(), kUntouched);
-    }
-    manager = saved;
-    EXPECT_TRUE(service->calls.isEmpty());
-    delete saved; // the helper never deletes its manager
-}
-
-// The request record and option record of each call, from the template and
-// the caller's maps.
 TEST_F(BlockingCalls, recordsSentToTheClient)
 {
     const QVariantMap body{{"userID", 1001}, {"sn", "VS1"}, {"token", "t"}};

@@ -7,14 +7,16 @@
 #include "VornLog.h"
 
 #include <ScriptedService.h>
+#include <TestFiles.h>
 
 #include <QDir>
-#include <QFile>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
+
+#include <functional>
 
 using NubraCommon::Interface;
 using VornTest::GlogCapture;
@@ -34,7 +36,7 @@ public:
     }
     ~OwnHelper()
     {
-        Nubra::Manager* manager = VornNubraHelperTestAccess::manager(*helper);
+        Nubra::Manager* manager = VornNubraHelperTestAccess::manager(helper.get());
         helper.reset();
         delete manager;
     }
@@ -44,9 +46,7 @@ public:
 QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& content)
 {
     const QString path = dir.filePath(name);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(content);
+    EXPECT_TRUE(VornTest::writeFile(path, content));
     return path;
 }
 
@@ -57,8 +57,8 @@ TEST(HelperObject, singletonIsCreatedOnceWithPlaceholderToken)
     VornNubraHelper* first = VornNubraHelper::getInstance();
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(VornNubraHelper::getInstance(), first);
-    EXPECT_EQ(VornNubraHelperTestAccess::userToken(*first), "vqmpz");
-    EXPECT_NE(VornNubraHelperTestAccess::manager(*first), nullptr);
+    EXPECT_EQ(VornNubraHelperTestAccess::userToken(first), "vqmpz");
+    EXPECT_NE(VornNubraHelperTestAccess::manager(first), nullptr);
     EXPECT_EQ(first->parent(), nullptr);
 
     // The download folder exists after construction.
@@ -175,7 +175,7 @@ TEST(HelperObject, gettersPassTheClientsMapsOn)
                                        "productLines": {"default": {"productLine": "VornScan", "models": ["VS-200"]}}})");
     OwnHelper own(path);
     QTest::qWait(0);
-    Nubra::Manager* manager = VornNubraHelperTestAccess::manager(*own.helper);
+    Nubra::Manager* manager = VornNubraHelperTestAccess::manager(own.helper.get());
     EXPECT_EQ(own.helper->configData(), manager->configData());
     EXPECT_EQ(own.helper->configData().value("custom").toMap().value("a").toInt(), 1);
     EXPECT_EQ(own.helper->productLineInformation(),
@@ -213,4 +213,48 @@ TEST(HelperObject, logGateFollowsEqualLevelAndVerbosity)
         EXPECT_EQ(glog.texts(), expected);
     }
     QTest::qWait(0);
+}
+
+// Without a manager every call answers NoManager (2), sends nothing and
+// leaves the caller's result and the helper's state as they were.
+TEST(HelperObject, everyCallWithoutAManagerAnswersNoManagerAndSendsNothing)
+{
+    VornNubraHelper* helper = VornNubraHelper::getInstance();
+    ScriptedService service;
+    const QVariantMap kept{{"kept", true}};
+    QVariantMap result = kept;
+    QVariant result2 = kept;
+    const struct {
+        const char* call;
+        std::function<int()> run;
+    } cases[] = {
+        {"post", [&] { return helper->post(Interface::FetchCountries, {}, result, {}, 5000); }},
+        {"postv1", [&] { return helper->postv1(Interface::FetchCountries, {}, {}, result, {}, 5000); }},
+        {"postv2", [&] { return helper->postv2(Interface::FetchCountries, {}, result2, {}, 5000); }},
+        {"get", [&] { return helper->get(Interface::FetchCountries, {}, result, 5000); }},
+        {"setSoftwareAutoUpgrade", [&] { return helper->setSoftwareAutoUpgrade("VS-200", "1", "release", "en", "/tmp"); }},
+        {"checkSoftwareUpgrade", [&] { return helper->checkSoftwareUpgrade("VS-200", result); }},
+        {"startDownloadSoftware", [&] { return helper->startDownloadSoftware("VS-200", "1"); }},
+        {"pauseDownloadSoftware", [&] { return helper->pauseDownloadSoftware(); }},
+        {"checkDownloadSoftwareExist", [&] { return helper->checkDownloadSoftwareExist("VS-200", "1"); }},
+        {"downloadFile", [&] { return helper->downloadFile("http://127.0.0.1:1/x", "/tmp/x"); }},
+        {"subscribe", [&] { return helper->subscribe("u", {}, {"a/b"}, 0); }},
+        {"disconnectFromServer keeps the connected flag", [&] {
+             VornNubraHelperTestAccess::connected(helper) = true;
+             const int code = helper->disconnectFromServer();
+             EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper));
+             VornNubraHelperTestAccess::connected(helper) = false;
+             return code;
+         }},
+    };
+    Nubra::Manager* const saved = VornNubraHelperTestAccess::manager(helper);
+    VornNubraHelperTestAccess::manager(helper) = nullptr;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.call);
+        EXPECT_EQ(c.run(), int(NubraCommon::NoManager));
+    }
+    VornNubraHelperTestAccess::manager(helper) = saved;
+    EXPECT_EQ(result, kept);
+    EXPECT_EQ(result2.toMap(), kept);
+    EXPECT_TRUE(service.calls.isEmpty());
 }

@@ -3,51 +3,28 @@
 // messages unchanged; a client that cannot verify the broker's certificate
 // fails its connection with an error instead of connecting.
 
-#include "DevCloudProcess.h"
+#include "BrokerTestSupport.h"
+#include "TestFiles.h"
 
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
 
-#include <QDeadlineTimer>
-#include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTimer>
-#include <QUrl>
 
 #include <gtest/gtest.h>
-#include <httplib.h>
 
 #include <functional>
 #include <memory>
 
 namespace {
 
+using BrokerTest::waitUntil;
 using Nubra::Error;
-
-struct ReplyDeleter {
-    void operator()(Nubra::Reply* reply) const { reply->deleteLater(); }
-};
-using ReplyPtr = std::unique_ptr<Nubra::Reply, ReplyDeleter>;
-
-bool waitUntil(const std::function<bool()>& done, int timeoutMs = 15000)
-{
-    QDeadlineTimer deadline(timeoutMs);
-    QEventLoop loop;
-    QTimer tick;
-    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
-        if (done() || deadline.hasExpired())
-            loop.quit();
-    });
-    tick.start(5);
-    if (!done())
-        loop.exec();
-    return done();
-}
+using VornTest::ReplyPtr;
 
 class BrokerTls : public ::testing::Test {
 protected:
@@ -55,96 +32,74 @@ protected:
     {
         cloud = new VornTest::DevCloudProcess({"--broker-tls"});
         ASSERT_TRUE(cloud->start()) << cloud->output().toStdString();
+        admin = new VornTest::CloudAdmin(cloud->baseUrl());
     }
     static void TearDownTestSuite()
     {
+        delete admin;
         delete cloud;
         cloud = nullptr;
     }
 
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
 
-    static QJsonObject writtenConfig()
-    {
-        QFile file(cloud->configPath());
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll()).object();
-    }
     // A copy of the written configuration with its "mqtt" section changed.
     QString configWith(const std::function<void(QJsonObject&)>& change)
     {
-        QJsonObject config = writtenConfig();
+        QJsonObject config = VornTest::readJsonObject(cloud->configPath());
         QJsonObject mqtt = config.value("mqtt").toObject();
         change(mqtt);
         config.insert("mqtt", mqtt);
         const QString path = dir.filePath(QStringLiteral("config-%1.json").arg(++configs));
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly))
-            return {};
-        file.write(QJsonDocument(config).toJson());
-        return path;
+        return VornTest::writeFile(path, QJsonDocument(config).toJson()) ? path : QString();
     }
-    static bool postJson(const char* path, const QJsonObject& body, QJsonObject* answer = nullptr)
-    {
-        const QUrl url(cloud->baseUrl());
-        httplib::Client client(url.host().toStdString(), url.port());
-        client.set_read_timeout(30, 0);
-        const auto result = client.Post(path, QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(),
-                                        "application/json");
-        if (!result)
-            return false;
-        if (answer)
-            *answer = QJsonDocument::fromJson(QByteArray::fromStdString(result->body)).object();
-        return result->status == 200;
-    }
-    static QString signIn()
-    {
-        QJsonObject answer;
-        postJson("/api/v1/user/login", {{"account", "demo@vorn.example"}, {"password", "scan3d!"}}, &answer);
-        return answer.value("result").toObject().value("token").toString();
-    }
+    // NUBRA_CONFIG (the binary's other cloud) would override the path.
     std::unique_ptr<Nubra::Manager> managerFor(const QString& configPath)
     {
+        const QByteArray shared = qgetenv("NUBRA_CONFIG");
+        qunsetenv("NUBRA_CONFIG");
         auto manager = std::make_unique<Nubra::Manager>();
         ReplyPtr config(manager->setConfigPath(configPath, {}));
+        qputenv("NUBRA_CONFIG", shared);
         EXPECT_EQ(config->status(), 0);
         return manager;
     }
 
     static VornTest::DevCloudProcess* cloud;
+    static VornTest::CloudAdmin* admin;
     QTemporaryDir dir;
     int configs = 0;
 };
 
 VornTest::DevCloudProcess* BrokerTls::cloud = nullptr;
+VornTest::CloudAdmin* BrokerTls::admin = nullptr;
 
 TEST_F(BrokerTls, theWrittenConfigurationConnectsOverTlsAndDeliversMessagesUnchanged)
 {
-    const QJsonObject mqtt = writtenConfig().value("mqtt").toObject();
+    const QJsonObject mqtt = BrokerTest::mqttSection(*cloud);
     EXPECT_TRUE(mqtt.value("tls").toBool());
     ASSERT_TRUE(QFile::exists(mqtt.value("caFile").toString()));
 
     auto manager = managerFor(cloud->configPath());
-    const QString token = signIn();
+    const QString token = admin->signIn();
     ASSERT_FALSE(token.isEmpty());
     ReplyPtr connection(manager->request("connectToServer", {{"username", token}, {"serverAuthentication", 1u}}, {}));
     ASSERT_EQ(connection->status(), 0);
     QSignalSpy connectErrors(connection.get(), &Nubra::Reply::errorOccurred);
     QSignalSpy connected(connection.get(), &Nubra::Reply::connected);
-    ASSERT_TRUE(waitUntil([&] { return !connected.isEmpty() || !connectErrors.isEmpty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !connected.isEmpty() || !connectErrors.isEmpty(); }, 15000));
     ASSERT_TRUE(connectErrors.isEmpty()) << int(connectErrors[0][0].value<Error::ErrorCode>());
 
     ReplyPtr subscription(manager->request("subscribe", {{"topic", QVariantList{"vorn/tls/#"}}, {"qos", 1}}, {}));
     ASSERT_EQ(subscription->status(), 0);
     QSignalSpy subscribed(subscription.get(), &Nubra::Reply::subscribed);
     QSignalSpy received(subscription.get(), &Nubra::Reply::received);
-    ASSERT_TRUE(waitUntil([&] { return !subscribed.isEmpty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !subscribed.isEmpty(); }, 15000));
 
     // Published through the dev cloud, whose own publisher also speaks TLS.
     const QJsonObject payload{{"text", "über TLS"}, {"count", 3}};
-    ASSERT_TRUE(postJson("/devcloud/publish", {{"topic", "vorn/tls/device"}, {"payload", payload}}));
-    ASSERT_TRUE(waitUntil([&] { return !received.isEmpty(); }));
+    ASSERT_TRUE(admin->publish("vorn/tls/device", payload));
+    ASSERT_TRUE(waitUntil([&] { return !received.isEmpty(); }, 15000));
     EXPECT_EQ(received[0][0].toString(), "vorn/tls/device");
     EXPECT_EQ(received[0][1].toMap(), payload.toVariantMap());
     ReplyPtr(manager->request("disconnectFromServer", {}, {}));
@@ -165,7 +120,7 @@ TEST_F(BrokerTls, aBrokerThatCannotBeVerifiedFailsTheConnection)
         {"no caFile: the system's CAs", [](QJsonObject& mqtt) { mqtt.remove("caFile"); }},
         {"an unrelated certificate", [&](QJsonObject& mqtt) { mqtt.insert("caFile", unrelated); }},
     };
-    const QString token = signIn();
+    const QString token = admin->signIn();
     ASSERT_FALSE(token.isEmpty());
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -181,7 +136,7 @@ TEST_F(BrokerTls, aBrokerThatCannotBeVerifiedFailsTheConnection)
             EXPECT_GE(reply->status(), 200);
             continue;
         }
-        ASSERT_TRUE(waitUntil([&] { return !finished.isEmpty(); }));
+        ASSERT_TRUE(waitUntil([&] { return !finished.isEmpty(); }, 15000));
         EXPECT_TRUE(connected.isEmpty());
         ASSERT_EQ(errors.size(), 1);
         const int code = int(errors[0][0].value<Error::ErrorCode>());

@@ -1,6 +1,7 @@
 // The client's message service on its own (Nubra::Manager) against the
-// private dev cloud's broker: credentials, restored subscriptions, the
-// give-up policy and the explicit end.
+// private dev cloud's broker: credentials, refusals and the give-up policy
+// (restored subscriptions and the explicit end are in SubscribeBrokerTest,
+// through the helper).
 
 #include "BrokerTestSupport.h"
 
@@ -17,11 +18,7 @@ namespace {
 
 using BrokerTest::waitUntil;
 using Nubra::Error;
-
-struct ReplyDeleter {
-    void operator()(Nubra::Reply* reply) const { reply->deleteLater(); }
-};
-using ReplyPtr = std::unique_ptr<Nubra::Reply, ReplyDeleter>;
+using VornTest::ReplyPtr;
 
 class MessageService : public ::testing::Test {
 protected:
@@ -30,13 +27,13 @@ protected:
         manager = std::make_unique<Nubra::Manager>();
         ReplyPtr config(manager->setConfigPath(BrokerTest::cloud().configPath(), {}));
         ASSERT_EQ(config->status(), 0);
-        token = BrokerTest::signIn();
+        token = BrokerTest::admin().signIn();
         ASSERT_FALSE(token.isEmpty());
     }
     void TearDown() override
     {
         ReplyPtr(manager->request("disconnectFromServer", {}, {}));
-        BrokerTest::postAdmin("/devcloud/broker/start");
+        BrokerTest::admin().post("/devcloud/broker/start");
     }
 
     // Starts "connectToServer" and waits for its finished().
@@ -134,33 +131,11 @@ TEST_F(MessageService, invalidRequestsAreRefusedAtOnce)
 
 TEST_F(MessageService, unreachableBrokerFailsTheFirstConnectionWithoutRetrying)
 {
-    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/stop"));
+    ASSERT_TRUE(BrokerTest::admin().post("/devcloud/broker/stop"));
     ReplyPtr reply(manager->request("connectToServer", {{"username", token}, {"serverAuthentication", 1u}}, {}));
     QSignalSpy errors(reply.get(), &Nubra::Reply::errorOccurred);
     ASSERT_TRUE(waitUntil([&] { return !errors.isEmpty(); }));
     EXPECT_EQ(errors[0][0].value<Error::ErrorCode>(), Error::BrokerUnreachable);
-}
-
-TEST_F(MessageService, subscriptionsAreRestoredAfterABrokerRestart)
-{
-    ReplyPtr connection = connectAs({{"username", token}, {"serverAuthentication", 1u}});
-    QSignalSpy reconnected(connection.get(), &Nubra::Reply::connected);
-    QSignalSpy dropped(connection.get(), &Nubra::Reply::disconnected);
-    QSignalSpy aborted(connection.get(), qOverload<>(&Nubra::Reply::abort));
-    ReplyPtr subscription = subscribeTo({"vorn/service/restore"});
-    QSignalSpy resubscribed(subscription.get(), &Nubra::Reply::subscribed);
-    QSignalSpy received(subscription.get(), &Nubra::Reply::received);
-
-    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/restart", {{"downMs", 200}}));
-    ASSERT_TRUE(waitUntil([&] { return !resubscribed.isEmpty(); }));
-    EXPECT_EQ(dropped.size(), 1);
-    EXPECT_EQ(reconnected.size(), 1);
-    EXPECT_TRUE(aborted.isEmpty());
-
-    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/service/restore", {{"after", "restart"}}));
-    ASSERT_TRUE(waitUntil([&] { return !received.isEmpty(); }));
-    EXPECT_EQ(received[0][0].toString(), "vorn/service/restore");
-    EXPECT_EQ(received[0][1].toMap(), (QVariantMap{{"after", "restart"}}));
 }
 
 TEST_F(MessageService, givingUpReconnectingIsTheOnlyAbort)
@@ -171,30 +146,13 @@ TEST_F(MessageService, givingUpReconnectingIsTheOnlyAbort)
     QSignalSpy aborted(connection.get(), qOverload<>(&Nubra::Reply::abort));
     ReplyPtr subscription = subscribeTo({"vorn/service/giveup"});
 
-    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/stop"));
+    ASSERT_TRUE(BrokerTest::admin().post("/devcloud/broker/stop"));
     ASSERT_TRUE(waitUntil([&] { return !aborted.isEmpty(); }));
     EXPECT_EQ(aborted.size(), 1);
     EXPECT_EQ(dropped.size(), 1);
 
     // The connection is over: a new subscribe is refused.
-    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/start"));
-    ReplyPtr late(manager->request("subscribe", {{"topic", QVariantList{"x"}}}, {}));
-    EXPECT_EQ(late->status(), int(Error::NotConnected));
-}
-
-TEST_F(MessageService, disconnectEndsTheConnectionAtOnceWithoutAbort)
-{
-    ReplyPtr connection = connectAs({{"username", token}, {"serverAuthentication", 1u}});
-    ReplyPtr subscription = subscribeTo({"vorn/service/end"});
-    QSignalSpy dropped(connection.get(), &Nubra::Reply::disconnected);
-    QSignalSpy aborted(connection.get(), qOverload<>(&Nubra::Reply::abort));
-
-    ReplyPtr disconnect(manager->request("disconnectFromServer", {}, {}));
-    EXPECT_EQ(disconnect->status(), 0);
-    QSignalSpy finished(disconnect.get(), &Nubra::Reply::finished);
-    ASSERT_TRUE(waitUntil([&] { return !finished.isEmpty() && !dropped.isEmpty(); }));
-    EXPECT_EQ(finished[0][0].toMap().value("result").toMap().value("wasConnected").toBool(), true);
-    EXPECT_TRUE(aborted.isEmpty());
+    ASSERT_TRUE(BrokerTest::admin().post("/devcloud/broker/start"));
     ReplyPtr late(manager->request("subscribe", {{"topic", QVariantList{"x"}}}, {}));
     EXPECT_EQ(late->status(), int(Error::NotConnected));
 }

@@ -2,20 +2,18 @@
 // private dev cloud: helper -> nubra message service -> broker.
 
 #include "BrokerTestSupport.h"
-#include "HelperLogCapture.h"
+#include "HelperTestAccess.h"
+#include "GlogCapture.h"
 
 #include <VornNubraHelper.h>
+
+#include <Nubra/Reply.h>
 
 #include <QCoreApplication>
 #include <QJsonDocument>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
-
-class VornNubraHelperTestAccess {
-public:
-    static bool connected(VornNubraHelper* helper) { return helper->m_serverConnected; }
-};
 
 namespace {
 
@@ -49,7 +47,7 @@ class BrokerSubscribe : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        const QString token = BrokerTest::signIn();
+        const QString token = BrokerTest::admin().signIn();
         ASSERT_FALSE(token.isEmpty());
         helper()->setUserToken(token);
     }
@@ -74,7 +72,7 @@ bool probeUntilDelivered(Recorder& recorder, const QString& topic)
 {
     for (int attempt = 0; attempt < 100; ++attempt) {
         const int before = recorder.messages.size();
-        if (!BrokerTest::publishOverHttp(topic, {{"probe", attempt}}))
+        if (!BrokerTest::admin().publish(topic, {{"probe", attempt}}))
             return false;
         if (waitUntil([&] { return recorder.messages.size() > before; }, 200))
             return true;
@@ -87,7 +85,7 @@ bool probeUntilDelivered(Recorder& recorder, const QString& topic)
 TEST_F(BrokerSubscribe, publishedMessagesArriveInOrderWithTopicAndDataUnchanged)
 {
     Recorder recorder;
-    HelperLogCapture log;
+    VornTest::GlogCapture log;
     EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/order/#", "vorn/test/plain"}, 300), 1);
     EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper()));
     EXPECT_TRUE(log.contains("subscribed success"));
@@ -120,8 +118,8 @@ TEST_F(BrokerSubscribe, secondSubscribeWhileConnectedReturnsZeroAndKeepsTheFirst
     Recorder recorder;
     EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/first"}, 200), 1);
     EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/second"}, 60000), 0);
-    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/second", {{"n", 1}}));
-    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/first", {{"n", 2}}));
+    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/second", {{"n", 1}}));
+    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/first", {{"n", 2}}));
     ASSERT_TRUE(waitUntil([&] { return !recorder.messages.isEmpty(); }));
     // Same publisher connection: "second" would have come first.
     EXPECT_EQ(recorder.messages.first().topic, "vorn/test/first");
@@ -131,12 +129,14 @@ TEST_F(BrokerSubscribe, disconnectEndsTheFlowAndANewSubscribeStartsAgain)
 {
     Recorder recorder;
     EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/old"}, 200), 1);
+    QSignalSpy aborted(VornNubraHelperTestAccess::connectReply(helper()), qOverload<>(&Nubra::Reply::abort));
     EXPECT_EQ(helper()->disconnectFromServer(), 0);
+    EXPECT_TRUE(aborted.isEmpty()) << "an explicit end is not an abort";
     EXPECT_FALSE(VornNubraHelperTestAccess::connected(helper()));
     EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/new"}, 200), 1);
 
-    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/old", {{"n", 1}}));
-    ASSERT_TRUE(BrokerTest::publishOverHttp("vorn/test/new", {{"n", 2}}));
+    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/old", {{"n", 1}}));
+    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/new", {{"n", 2}}));
     ASSERT_TRUE(waitUntil([&] { return !recorder.messages.isEmpty(); }));
     ASSERT_EQ(recorder.messages.size(), 1);
     EXPECT_EQ(recorder.messages.first().topic, "vorn/test/new");
@@ -146,10 +146,19 @@ TEST_F(BrokerSubscribe, messagesPublishedAfterABrokerRestartStillArrive)
 {
     Recorder recorder;
     EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/restart"}, 200), 1);
-    ASSERT_TRUE(BrokerTest::postAdmin("/devcloud/broker/restart", {{"downMs", 300}}));
+    Nubra::Reply* connection = VornNubraHelperTestAccess::connectReply(helper());
+    ASSERT_NE(connection, nullptr);
+    QSignalSpy dropped(connection, &Nubra::Reply::disconnected);
+    QSignalSpy reconnected(connection, &Nubra::Reply::connected);
+    QSignalSpy aborted(connection, qOverload<>(&Nubra::Reply::abort));
+    ASSERT_TRUE(BrokerTest::admin().post("/devcloud/broker/restart", {{"downMs", 300}}));
 
+    // The client restores the connection and the subscription by itself.
     ASSERT_TRUE(probeUntilDelivered(recorder, "vorn/test/restart"));
     EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper())) << "a restored connection is not an abort";
+    EXPECT_EQ(dropped.size(), 1);
+    EXPECT_EQ(reconnected.size(), 1);
+    EXPECT_TRUE(aborted.isEmpty());
     recorder.messages.clear();
     const QList<QByteArray> payloads = jsonSequence("restart", 20);
     ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/restart", payloads));
@@ -158,23 +167,31 @@ TEST_F(BrokerSubscribe, messagesPublishedAfterABrokerRestartStillArrive)
         EXPECT_EQ(recorder.messages[i].data.value("seq").toInt(), i);
 }
 
-TEST_F(BrokerSubscribe, badCredentialEndsTheWaitEarly)
+// Refusals end the 60 s wait at once with 0 (not the 1 of a subscription
+// that ran its full wait).
+TEST_F(BrokerSubscribe, refusalsByTheBrokerEndTheWaitWithZero)
 {
-    HelperLogCapture log;
-    helper()->setUserToken("not-a-token-of-this-cloud");
-    // The broker refuses the connection; the helper's wait ends at once
-    // (0, not the 1 of a subscription that ran its full wait).
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/denied"}, 60000), 0);
-    EXPECT_FALSE(log.contains("subscribed success"));
-}
-
-TEST_F(BrokerSubscribe, invalidTopicFilterIsRejectedAndEndsTheWaitWithZero)
-{
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/#/bad"}, 60000), 0);
-    EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper())) << "kept set after a rejected subscription";
-}
-
-TEST_F(BrokerSubscribe, withoutUserNameNoCredentialIsSentAndTheBrokerRefuses)
-{
-    EXPECT_EQ(helper()->subscribe(QString(), {}, {"vorn/test/anonymous"}, 60000), 0);
+    const struct {
+        const char* what;
+        QString userName;
+        QString token; // empty: the signed-in user's
+        QString topic;
+        bool staysConnected;
+    } cases[] = {
+        {"a token the broker does not know", "demo", "not-a-token-of-this-cloud", "vorn/test/denied", false},
+        {"no user name: no credential is sent", QString(), QString(), "vorn/test/anonymous", false},
+        {"invalid topic filter: connected, subscription rejected", "demo", QString(), "vorn/#/bad", true},
+    };
+    const QString signedIn = BrokerTest::admin().signIn();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        helper()->setUserToken(c.token.isEmpty() ? signedIn : c.token);
+        VornTest::GlogCapture log;
+        EXPECT_EQ(helper()->subscribe(c.userName, {}, {c.topic}, 60000), 0);
+        EXPECT_FALSE(log.contains("subscribed success"));
+        if (c.staysConnected) {
+            EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper())) << "kept set after a rejected subscription";
+        }
+        helper()->disconnectFromServer();
+    }
 }

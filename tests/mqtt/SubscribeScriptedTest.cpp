@@ -1,7 +1,8 @@
 // subscribe / disconnectFromServer with the cloud client scripted, for the
 // outcomes that depend on the exact order of the client's signals.
 
-#include "HelperLogCapture.h"
+#include "GlogCapture.h"
+#include "HelperTestAccess.h"
 #include "ScriptedService.h"
 
 #include <VornNubraHelper.h>
@@ -19,20 +20,6 @@
 using VornTest::ScriptedReply;
 using VornTest::ScriptedService;
 
-class VornNubraHelperTestAccess {
-public:
-    static Nubra::Manager*& manager(VornNubraHelper* helper) { return helper->m_manager; }
-    static bool& connected(VornNubraHelper* helper) { return helper->m_serverConnected; }
-    static void reset(VornNubraHelper* helper)
-    {
-        QObject::disconnect(helper->m_abortConnection);
-        helper->m_connectReply.reset();
-        helper->m_subscribeReply.reset();
-        helper->m_serverConnected = false;
-    }
-    static Nubra::Reply* connectReply(VornNubraHelper* helper) { return helper->m_connectReply.data(); }
-    static Nubra::Reply* subscribeReply(VornNubraHelper* helper) { return helper->m_subscribeReply.data(); }
-};
 using Access = VornNubraHelperTestAccess;
 
 namespace {
@@ -56,7 +43,7 @@ protected:
     void TearDown() override
     {
         // The helper's replies belong to this test's scripted service.
-        Access::reset(helper());
+        Access::resetConnection(helper());
         flushDeferredDeletes();
         service.reset();
     }
@@ -69,7 +56,7 @@ protected:
     }
 
     std::unique_ptr<ScriptedService> service;
-    HelperLogCapture log;
+    VornTest::GlogCapture log;
 };
 
 } // namespace
@@ -85,7 +72,7 @@ TEST_F(Subscribe, connectRecordCarriesTheTokenOnlyWhenAUserNameIsGiven)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.userName.toStdString());
-        Access::reset(helper());
+        Access::resetConnection(helper());
         service->calls.clear();
         EXPECT_EQ(helper()->subscribe(c.userName, QStringLiteral("ignored"), kTopics, 0), 1);
         ASSERT_EQ(service->calls.size(), 1);
@@ -127,7 +114,7 @@ TEST_F(Subscribe, acceptedSubscriptionWaitsForItsTimeoutAndRelaysMessagesAfterwa
     EXPECT_EQ(data[0][0].toString(), "users/1001/inbox");
     EXPECT_EQ(data[0][1].toMap(), (QVariantMap{{"seq", 1}}));
     EXPECT_EQ(data[1][1].toMap(), (QVariantMap{{"seq", 2}}));
-    EXPECT_EQ(log.lines().count("Nubra Subscribe received Success"), 2);
+    EXPECT_EQ(log.texts().count("Nubra Subscribe received Success"), 2);
 
     // Connected: a second call sends nothing.
     const int callsBefore = service->calls.size();
@@ -135,55 +122,60 @@ TEST_F(Subscribe, acceptedSubscriptionWaitsForItsTimeoutAndRelaysMessagesAfterwa
     EXPECT_EQ(service->calls.size(), callsBefore);
 }
 
-TEST_F(Subscribe, rejectedRequestsEndEarlyWithTheirCodes)
+// Every way a 60 s wait ends early: its code, the connected flag after it,
+// the log line; the held replies are released either way.
+TEST_F(Subscribe, earlyEndsOfTheWaitGiveTheirCodes)
 {
-    // Connect refused by status, or no reply at all: 5, no wait, no subscribe.
-    service->setStatus(kConnect, 105);
-    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 5);
-    EXPECT_EQ(Access::connectReply(helper()), nullptr);
-    service->setNullReply(kConnect);
-    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 5);
-    EXPECT_TRUE(service->callsNamed(kSubscribe).isEmpty());
-    EXPECT_FALSE(Access::connected(helper()));
-}
-
-TEST_F(Subscribe, rejectedSubscriptionEndsTheWaitWithZeroAndStillCountsAsConnected)
-{
-    scriptAcceptedConnection(/*subscribeStatus=*/502);
-    // A 60 s wait that ends with 0 was ended by the rejection, not the timer.
-    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
-    EXPECT_TRUE(Access::connected(helper()));
-    EXPECT_EQ(Access::connectReply(helper()), nullptr);
-    EXPECT_EQ(Access::subscribeReply(helper()), nullptr);
-    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
-    EXPECT_EQ(service->callsNamed(kConnect).size(), 1);
-}
-
-TEST_F(Subscribe, connectionEventsDuringTheWaitEndItWithZeroAndClearTheFlag)
-{
+    // Connect answered, then `event` on the connection during the wait.
+    const auto connectedThen = [](std::function<void(ScriptedReply*)> event) {
+        return [event](ScriptedService& s) {
+            s.setScript(kConnect, [event](ScriptedReply* reply, const ScriptedService::Call&) {
+                QTimer::singleShot(0, reply, [reply, event] {
+                    reply->sendFinished({{"status", "success"}});
+                    QTimer::singleShot(0, reply, [reply, event] { event(reply); });
+                });
+            });
+        };
+    };
     const struct {
-        const char* name;
-        std::function<void(ScriptedReply*)> event;
+        const char* what;
+        std::function<void(ScriptedService&)> script;
+        int code;
+        bool connected;
         QString logLine;
     } cases[] = {
-        {"abort", [](ScriptedReply* reply) { reply->sendAbort(); }, "Nubra Subscribe Disconnected"},
-        {"error", [](ScriptedReply* reply) { reply->sendError(Nubra::Error::ConnectionLost); },
-         "Nubra Subscribe errorOccurred503"},
+        // Refused connect: 5 at once, no subscribe sent.
+        {"connect refused by status", [](ScriptedService& s) { s.setStatus(kConnect, 105); }, 5, false, {}},
+        {"connect without a reply", [](ScriptedService& s) { s.setNullReply(kConnect); }, 5, false, {}},
+        // A rejected subscription still counts as connected.
+        {"subscription refused",
+         [](ScriptedService& s) {
+             s.answerAfter(kConnect, 0, {{"status", "success"}});
+             s.setStatus(kSubscribe, 502);
+         },
+         0, true, {}},
+        {"connection aborted", connectedThen([](ScriptedReply* r) { r->sendAbort(); }), 0, false,
+         "Nubra Subscribe Disconnected"},
+        {"connection error", connectedThen([](ScriptedReply* r) { r->sendError(Nubra::Error::ConnectionLost); }), 0,
+         false, "Nubra Subscribe errorOccurred503"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Access::reset(helper());
-        auto event = c.event;
-        service->setScript(kConnect, [event](ScriptedReply* reply, const ScriptedService::Call&) {
-            QTimer::singleShot(0, reply, [reply, event] {
-                reply->sendFinished({{"status", "success"}});
-                QTimer::singleShot(0, reply, [reply, event] { event(reply); });
-            });
-        });
-        EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
-        EXPECT_FALSE(Access::connected(helper()));
+        SCOPED_TRACE(c.what);
+        Access::resetConnection(helper());
+        service = std::make_unique<ScriptedService>(QStringList{kConnect, kSubscribe, kDisconnect});
+        c.script(*service);
+        EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), c.code);
+        EXPECT_EQ(Access::connected(helper()), c.connected);
         EXPECT_EQ(Access::connectReply(helper()), nullptr);
-        EXPECT_TRUE(log.contains(c.logLine));
+        EXPECT_EQ(Access::subscribeReply(helper()), nullptr);
+        EXPECT_EQ(service->callsNamed(kSubscribe).size(), c.code == 5 ? 0 : 1);
+        if (!c.logLine.isEmpty()) {
+            EXPECT_TRUE(log.contains(c.logLine));
+        }
+        if (c.connected) { // a second call sends nothing
+            EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), 0);
+            EXPECT_EQ(service->callsNamed(kConnect).size(), 1);
+        }
     }
 }
 
@@ -218,7 +210,7 @@ TEST_F(Subscribe, onlyThePreviousSubscriptionsErrorEndsTheWaitWithNine)
     EXPECT_EQ(Access::subscribeReply(helper()), nullptr);
 
     // The new subscription reply's errors are not watched: the wait runs out.
-    Access::reset(helper());
+    Access::resetConnection(helper());
     scriptAcceptedConnection();
     service->setScript(kSubscribe, [](ScriptedReply* reply, const ScriptedService::Call&) {
         QTimer::singleShot(0, reply, [reply] { reply->sendError(Nubra::Error::SubscribeRejected); });
@@ -245,15 +237,3 @@ TEST_F(Subscribe, disconnectResultsAndTheFlag)
     EXPECT_TRUE(service->calls[0].record.isEmpty());
 }
 
-TEST_F(Subscribe, withoutManagerBothCallsReturnTwoAndTouchNothing)
-{
-    Nubra::Manager* saved = Access::manager(helper());
-    Access::manager(helper()) = nullptr;
-    Access::connected(helper()) = true;
-    EXPECT_EQ(helper()->disconnectFromServer(), 2);
-    EXPECT_TRUE(Access::connected(helper()));
-    Access::connected(helper()) = false;
-    EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 0), 2);
-    Access::manager(helper()) = saved;
-    EXPECT_TRUE(service->calls.isEmpty());
-}

@@ -2,8 +2,10 @@
 // scripted cloud client: records sent, result codes, signals, log lines and
 // the exact order of the waits.
 
-#include "LogCapture.h"
+#include "GlogCapture.h"
+#include "HelperTestAccess.h"
 #include "ScriptedService.h"
+#include "Waiting.h"
 
 #include <VornNubraHelper.h>
 
@@ -15,13 +17,6 @@
 #include <QTimer>
 
 #include <gtest/gtest.h>
-
-class VornNubraHelperTestAccess {
-public:
-    static Nubra::Manager*& manager(VornNubraHelper* h) { return h->m_manager; }
-    static bool& configured(VornNubraHelper* h) { return h->m_upgradeConfigured; }
-    static QSharedPointer<Nubra::Reply>& downloadReply(VornNubraHelper* h) { return h->m_downloadReply; }
-};
 
 namespace {
 
@@ -59,7 +54,7 @@ protected:
         scripted.reset();
     }
     std::unique_ptr<ScriptedService> scripted;
-    VornTest::LogCapture log;
+    VornTest::GlogCapture log;
 };
 
 // One outcome of the shared 15 s wait, applied to every call that uses it.
@@ -88,7 +83,7 @@ const std::vector<WaitCase> kWaitCases = {
 
 TEST_F(HelperUpgrade, waitOutcomesOfConfigureCheckAndExistence)
 {
-    Access::configured(helper()) = true;
+    Access::upgradeConfigured(helper()) = true;
     for (const WaitCase& c : kWaitCases) {
         SCOPED_TRACE(c.label);
         for (const QString& name : {kConfig, kCheck, kExist}) {
@@ -137,16 +132,17 @@ TEST_F(HelperUpgrade, registrationBodyHasThreeEntriesAndFixedConstants)
                                       {"langType", "de"}}));
     }
     EXPECT_TRUE(log.contains(QStringLiteral("Soft Version Config Success")));
-    EXPECT_TRUE(log.files().contains(QStringLiteral("VornNubraHelper")));
+    for (const auto& record : log.records())
+        EXPECT_EQ(record.file, QStringLiteral("VornNubraHelper"));
 }
 
 TEST_F(HelperUpgrade, checkConfiguresOnceThenReplacesInfoWithResultMap)
 {
-    Access::configured(helper()) = false;
+    Access::upgradeConfigured(helper()) = false;
     scripted->answerAfter(kCheck, 0, success({{"hasUpgrade", true}, {"version", "1.2.0"}}));
     QVariantMap info{{"old", 1}};
     EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::Success);
-    EXPECT_TRUE(Access::configured(helper()));
+    EXPECT_TRUE(Access::upgradeConfigured(helper()));
     EXPECT_EQ(info, (QVariantMap{{"hasUpgrade", true}, {"version", "1.2.0"}}));
     ASSERT_EQ(scripted->callsNamed(kCheck).size(), 1);
     EXPECT_EQ(scripted->callsNamed(kCheck).first().record, (QVariantMap{{"modelCode", "VS-200"}}));
@@ -196,7 +192,7 @@ TEST_F(HelperUpgrade, configurationStepOutcomes)
 
 TEST_F(HelperUpgrade, lateAnswerAfterTheFifteenSecondTimeoutChangesNothing)
 {
-    Access::configured(helper()) = true;
+    Access::upgradeConfigured(helper()) = true;
     scripted->answerAfter(kCheck, 15300, success({{"version", "9.9.9"}}));
     QVariantMap info{{"kept", true}};
     EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::Timeout);
@@ -375,10 +371,7 @@ TEST_F(HelperUpgrade, fileDownloadReturnsAtOnceAndReleasesTheReplyOnALaterTurn)
         first->sendFinished({{"status", status}});
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         EXPECT_FALSE(first.isNull()); // the timer has not fired yet
-        const QDeadlineTimer deadline(2000);
-        while (first && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        EXPECT_TRUE(first.isNull());
+        EXPECT_TRUE(VornTest::waitUntil([&] { return first.isNull(); }, 2000));
         EXPECT_FALSE(second.isNull()); // still running, untouched
     }
     EXPECT_TRUE(log.contains(
@@ -387,21 +380,6 @@ TEST_F(HelperUpgrade, fileDownloadReturnsAtOnceAndReleasesTheReplyOnALaterTurn)
 
     scripted->setStatus(kFile, Nubra::Error::InvalidArgument);
     EXPECT_EQ(helper()->downloadFile("not a url", "/tmp/x"), NubraCommon::RequestRejected);
-}
-
-TEST_F(HelperUpgrade, everyCallWithoutAManagerReturnsNoManagerAndSendsNothing)
-{
-    Nubra::Manager* saved = Access::manager(helper());
-    Access::manager(helper()) = nullptr;
-    QVariantMap info;
-    EXPECT_EQ(helper()->setSoftwareAutoUpgrade("VS-200", "1", "release", "en", "/tmp"), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->startDownloadSoftware("VS-200", "1"), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->pauseDownloadSoftware(), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->checkDownloadSoftwareExist("VS-200", "1"), NubraCommon::NoManager);
-    EXPECT_EQ(helper()->downloadFile("http://127.0.0.1:1/x", "/tmp/x"), NubraCommon::NoManager);
-    Access::manager(helper()) = saved;
-    EXPECT_TRUE(scripted->calls.isEmpty());
 }
 
 } // namespace

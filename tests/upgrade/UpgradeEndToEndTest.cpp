@@ -1,19 +1,17 @@
 // The upgrade flow end to end: helper -> nubra client -> a private dev cloud
 // whose transfers the tests throttle, cut and corrupt.
 
-#include "CloudAdmin.h"
-#include "DevCloudProcess.h"
+#include "PrivateCloud.h"
+#include "TestFiles.h"
+#include "Waiting.h"
 
 #include <VornNubraHelper.h>
 
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
 
-#include <QCryptographicHash>
-#include <QJsonArray>
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -23,42 +21,15 @@
 
 namespace {
 
-using NubraCommon::ErrorCode;
+// The private cloud of this binary (FileDownloadTest.cpp uses it too): the
+// tests throttle, cut and corrupt its transfers.
+const bool g_cloud = VornTest::usePrivateCloud();
 
-VornTest::DevCloudProcess* g_cloud = nullptr;
-VornTest::CloudAdmin* g_admin = nullptr;
+using VornTest::finishOf;
+using VornTest::sha256OfFile;
 
 VornNubraHelper* helper() { return VornNubraHelper::getInstance(); }
-
-class PrivateCloud : public ::testing::Environment {
-public:
-    void SetUp() override
-    {
-        g_cloud = new VornTest::DevCloudProcess;
-        ASSERT_TRUE(g_cloud->start()) << g_cloud->output().toStdString();
-        // Before the helper exists: it reads the configuration once.
-        qputenv("NUBRA_CONFIG", g_cloud->configPath().toLocal8Bit());
-        g_admin = new VornTest::CloudAdmin(g_cloud->baseUrl());
-        ASSERT_NE(helper(), nullptr);
-    }
-    void TearDown() override
-    {
-        delete g_admin;
-        delete g_cloud;
-    }
-};
-
-const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new PrivateCloud);
-
-QString sha256Of(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    hash.addData(&file);
-    return QString::fromLatin1(hash.result().toHex());
-}
+VornTest::CloudAdmin& admin() { return VornTest::privateCloudAdmin(); }
 
 QString packagePath(const QString& folder, const QString& model, const QString& version)
 {
@@ -72,9 +43,9 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(folder.isValid());
-        g_admin->clearFaults();
+        admin().clearFaults();
     }
-    void TearDown() override { g_admin->clearFaults(); }
+    void TearDown() override { admin().clearFaults(); }
 
     void registerModel(const QString& model, const QString& version, const QString& type = "release",
                        const QString& lang = "en")
@@ -100,6 +71,19 @@ protected:
         EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
         QObject::disconnect(connection);
         EXPECT_TRUE(pauseAsked);
+    }
+
+    // A package as the cloud lists it, and where the helper stores it.
+    struct Package {
+        QString sha256, url; // url: the cloud's path of the package file
+        qint64 size = 0;
+        QString target;
+    };
+    Package package(const QString& model, const QString& version)
+    {
+        const QJsonObject p = admin().package(model, version);
+        return {p.value("sha256").toString(), "/packages/" + p.value("packageName").toString(),
+                qint64(p.value("packageSize").toDouble()), packagePath(folder.path(), model, version)};
     }
 
     QTemporaryDir folder;
@@ -131,10 +115,10 @@ TEST_F(UpgradeEndToEnd, checkFindsTheNewestVersionTheRegistrationMaySee)
         if (c.hasUpgrade) {
             EXPECT_TRUE(info.value("releaseNotes").toString().startsWith(c.notesStart))
                 << info.value("releaseNotes").toString().toStdString();
-            const QJsonObject package = g_admin->package(c.model, c.version);
-            EXPECT_EQ(info.value("sha256").toString(), package.value("sha256").toString());
-            EXPECT_EQ(info.value("packageSize").toLongLong(), qint64(package.value("packageSize").toDouble()));
-            EXPECT_EQ(info.value("localPath").toString(), packagePath(folder.path(), c.model, c.version));
+            const Package p = package(c.model, c.version);
+            EXPECT_EQ(info.value("sha256").toString(), p.sha256);
+            EXPECT_EQ(info.value("packageSize").toLongLong(), p.size);
+            EXPECT_EQ(info.value("localPath").toString(), p.target);
         }
     }
     QVariantMap untouched{{"kept", true}};
@@ -145,9 +129,9 @@ TEST_F(UpgradeEndToEnd, checkFindsTheNewestVersionTheRegistrationMaySee)
 TEST_F(UpgradeEndToEnd, downloadVerifiesThePackageAndTheExistenceTestSeesItAfterwards)
 {
     registerModel("VS-200", "1.0.0");
-    const QJsonObject package = g_admin->package("VS-200", "1.1.0");
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    const QString target = packagePath(folder.path(), "VS-200", "1.1.0");
+    const Package p = package("VS-200", "1.1.0");
+    const qint64 size = p.size;
+    const QString target = p.target;
 
     QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
     EXPECT_EQ(helper()->checkDownloadSoftwareExist("VS-200", "1.1.0"), NubraCommon::Success);
@@ -161,7 +145,7 @@ TEST_F(UpgradeEndToEnd, downloadVerifiesThePackageAndTheExistenceTestSeesItAfter
     EXPECT_EQ(failed.count(), 0);
     ASSERT_FALSE(progress.isEmpty());
     EXPECT_EQ(progress.last(), (QVariantList{size, size}));
-    EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
+    EXPECT_EQ(sha256OfFile(target), p.sha256);
     EXPECT_FALSE(QFileInfo::exists(target + ".part"));
     EXPECT_FALSE(QFileInfo::exists(target + ".part.json"));
 
@@ -171,67 +155,60 @@ TEST_F(UpgradeEndToEnd, downloadVerifiesThePackageAndTheExistenceTestSeesItAfter
     EXPECT_EQ(progress.first(), (QVariantList{size, size}));
 }
 
-TEST_F(UpgradeEndToEnd, pauseThenResumeFetchesOnlyTheMissingBytes)
+// A download paused (from inside its wait, as a pause button would) or cut
+// by the cloud keeps its partial bytes; the next start asks for the rest only.
+TEST_F(UpgradeEndToEnd, interruptedDownloadResumesWithOnlyTheMissingBytes)
 {
+    const struct {
+        const char* what;
+        QString version, installed;
+        QJsonObject fault; // on the first request only
+        qint64 pauseAt;    // 0: the cut ends the download
+    } cases[] = {
+        // Slow enough to pause half-way.
+        {"paused", "2.1.0", "2.0.0", {{"throttle", 4 * 1024 * 1024}, {"times", 1}}, 1024 * 1024},
+        {"cut", "2.0.0", "1.0.0", {{"cutAfter", 300000}, {"times", 1}}, 0},
+    };
     const QString model = "VS-300 Pro";
-    const QString version = "2.1.0";
-    registerModel(model, "2.0.0");
-    const QJsonObject package = g_admin->package(model, version);
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    const QString url = "/packages/" + package.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
-    // Slow enough to pause half-way; only the first request is slowed.
-    g_admin->armFault(url, {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        registerModel(model, c.installed);
+        const Package p = package(model, c.version);
+        admin().armFault(p.url, c.fault);
+        QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
+        QSignalSpy failed(helper(), &VornNubraHelper::downloadFail);
+        if (c.pauseAt > 0)
+            startAndPauseAt(model, c.version, c.pauseAt);
+        else
+            EXPECT_EQ(helper()->startDownloadSoftware(model, c.version), NubraCommon::Success);
+        // The pause ends the wait with downloadSuccess although the package
+        // is not complete: the helper's flag starts true on purpose.
+        EXPECT_EQ(succeeded.count(), c.pauseAt > 0 ? 1 : 0);
+        EXPECT_EQ(failed.count(), c.pauseAt > 0 ? 0 : 1);
+        EXPECT_FALSE(QFileInfo::exists(p.target));
+        const qint64 partial = QFileInfo(p.target + ".part").size();
+        if (c.pauseAt > 0) {
+            EXPECT_GE(partial, c.pauseAt);
+            EXPECT_LT(partial, p.size);
+        } else {
+            EXPECT_EQ(partial, c.fault.value("cutAfter").toInt());
+        }
 
-    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
-    startAndPauseAt(model, version, 1024 * 1024);
-    // The pause ends the wait with downloadSuccess although the package is
-    // not complete: the helper's flag starts true on purpose.
-    EXPECT_EQ(succeeded.count(), 1);
-    EXPECT_FALSE(QFileInfo::exists(target));
-    const qint64 partial = QFileInfo(target + ".part").size();
-    EXPECT_GE(partial, 1024 * 1024);
-    EXPECT_LT(partial, size);
+        // Meanwhile the existence test reports the partial bytes.
+        QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
+        EXPECT_EQ(helper()->checkDownloadSoftwareExist(model, c.version), NubraCommon::PackageExists);
+        ASSERT_EQ(progress.count(), 1);
+        EXPECT_EQ(progress.first(), (QVariantList{partial, p.size}));
 
-    // While paused, the existence test reports the partial bytes.
-    QSignalSpy progress(helper(), &VornNubraHelper::downloadProgress);
-    EXPECT_EQ(helper()->checkDownloadSoftwareExist(model, version), NubraCommon::PackageExists);
-    ASSERT_EQ(progress.count(), 1);
-    EXPECT_EQ(progress.first(), (QVariantList{partial, size}));
-
-    const qint64 rangeBytesBefore = g_admin->rangeBytesServed(url);
-    const qint64 rangeRequestsBefore = g_admin->rangeRequests(url);
-    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
-    EXPECT_EQ(succeeded.count(), 2);
-    EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
-    EXPECT_EQ(g_admin->rangeRequests(url) - rangeRequestsBefore, 1);
-    EXPECT_EQ(g_admin->rangeBytesServed(url) - rangeBytesBefore, size - partial);
-}
-
-TEST_F(UpgradeEndToEnd, cutConnectionFailsThenANewStartCompletesThePackage)
-{
-    const QString model = "VS-300 Pro";
-    const QString version = "2.0.0";
-    registerModel(model, "1.0.0");
-    const QJsonObject package = g_admin->package(model, version);
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    const QString url = "/packages/" + package.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
-    const qint64 cut = 300000;
-    g_admin->armFault(url, {{"cutAfter", cut}, {"times", 1}});
-
-    QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
-    QSignalSpy failed(helper(), &VornNubraHelper::downloadFail);
-    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
-    EXPECT_EQ(failed.count(), 1);
-    EXPECT_FALSE(QFileInfo::exists(target));
-    EXPECT_EQ(QFileInfo(target + ".part").size(), cut);
-
-    const qint64 rangeBytesBefore = g_admin->rangeBytesServed(url);
-    EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
-    EXPECT_EQ(succeeded.count(), 1);
-    EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
-    EXPECT_EQ(g_admin->rangeBytesServed(url) - rangeBytesBefore, size - cut);
+        const qint64 rangeBytesBefore = admin().stat(p.url, "rangeBytesServed");
+        const qint64 rangeRequestsBefore = admin().stat(p.url, "rangeRequests");
+        succeeded.clear();
+        EXPECT_EQ(helper()->startDownloadSoftware(model, c.version), NubraCommon::Success);
+        EXPECT_EQ(succeeded.count(), 1);
+        EXPECT_EQ(sha256OfFile(p.target), p.sha256);
+        EXPECT_EQ(admin().stat(p.url, "rangeRequests") - rangeRequestsBefore, 1);
+        EXPECT_EQ(admin().stat(p.url, "rangeBytesServed") - rangeBytesBefore, p.size - partial);
+    }
 }
 
 TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLookingFile)
@@ -239,9 +216,8 @@ TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLoo
     const QString model = "VS-200";
     const QString version = "1.3.0-beta.1";
     registerModel(model, "1.2.0", "beta");
-    const QJsonObject package = g_admin->package(model, version);
-    const QString url = "/packages/" + package.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
+    const Package p = package(model, version);
+    const QString url = p.url, target = p.target;
 
     struct Case {
         const char* label;
@@ -250,10 +226,10 @@ TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLoo
     };
     const std::vector<Case> cases = {
         {"bytes flipped on the server's disk",
-         [&] { g_admin->call("POST", "/devcloud/upgrade/corrupt", {{"modelCode", model}, {"version", version}}); },
+         [&] { admin().call("POST", "/devcloud/upgrade/corrupt", {{"modelCode", model}, {"version", version}}); },
          // Flipping again restores the original byte.
-         [&] { g_admin->call("POST", "/devcloud/upgrade/corrupt", {{"modelCode", model}, {"version", version}}); }},
-        {"byte flipped in transit", [&] { g_admin->armFault(url, {{"corrupt", true}, {"times", 1}}); }, [] {}},
+         [&] { admin().call("POST", "/devcloud/upgrade/corrupt", {{"modelCode", model}, {"version", version}}); }},
+        {"byte flipped in transit", [&] { admin().armFault(url, {{"corrupt", true}, {"times", 1}}); }, [] {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.label);
@@ -270,7 +246,7 @@ TEST_F(UpgradeEndToEnd, corruptedPackageEndsInDownloadFailAndLeavesNoCompleteLoo
         c.repair();
         EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
         EXPECT_EQ(succeeded.count(), 1);
-        EXPECT_EQ(sha256Of(target), package.value("sha256").toString());
+        EXPECT_EQ(sha256OfFile(target), p.sha256);
         QFile::remove(target);
     }
 }
@@ -280,22 +256,21 @@ TEST_F(UpgradeEndToEnd, packageRepublishedDuringAPauseIsFetchedAnew)
     const QString model = "VS-300 Pro";
     const QString version = "2.2.0-beta.1";
     registerModel(model, "2.1.0", "beta");
-    const QJsonObject before = g_admin->package(model, version);
-    const QString url = "/packages/" + before.value("packageName").toString();
-    const QString target = packagePath(folder.path(), model, version);
-    g_admin->armFault(url, {{"throttle", 1024 * 1024}, {"times", 1}});
+    const Package before = package(model, version);
+    const QString url = before.url, target = before.target;
+    admin().armFault(url, {{"throttle", 1024 * 1024}, {"times", 1}});
     startAndPauseAt(model, version, 256 * 1024);
     ASSERT_GT(QFileInfo(target + ".part").size(), 0);
 
     const QJsonObject after =
-        g_admin->call("POST", "/devcloud/upgrade/republish", {{"modelCode", model}, {"version", version}})
+        admin().call("POST", "/devcloud/upgrade/republish", {{"modelCode", model}, {"version", version}})
             .value("result")
             .toObject();
-    ASSERT_NE(after.value("sha256").toString(), before.value("sha256").toString());
+    ASSERT_NE(after.value("sha256").toString(), before.sha256);
     QSignalSpy succeeded(helper(), &VornNubraHelper::downloadSuccess);
     EXPECT_EQ(helper()->startDownloadSoftware(model, version), NubraCommon::Success);
     EXPECT_EQ(succeeded.count(), 1);
-    EXPECT_EQ(sha256Of(target), after.value("sha256").toString());
+    EXPECT_EQ(sha256OfFile(target), after.value("sha256").toString());
 }
 
 // The client itself answers an existence request while the package is
@@ -303,30 +278,16 @@ TEST_F(UpgradeEndToEnd, packageRepublishedDuringAPauseIsFetchedAnew)
 TEST_F(UpgradeEndToEnd, clientExistenceAnswerDuringARunningDownloadCountsTheBytesOnDisk)
 {
     Nubra::Manager manager;
-    QSignalSpy configured(manager.setConfigPath(g_cloud->configPath(), {}), &Nubra::Reply::finished);
-    ASSERT_TRUE(configured.wait(5000));
-    auto finish = [](Nubra::Reply* reply) {
-        QVariantMap answer;
-        QEventLoop loop;
-        QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
-            answer = map;
-            loop.quit();
-        });
-        QTimer::singleShot(30000, &loop, &QEventLoop::quit);
-        loop.exec();
-        reply->deleteLater();
-        return answer;
-    };
+    ASSERT_TRUE(VornTest::loadConfig(manager, VornTest::privateCloud().configPath()));
     const QVariantMap model{{"modelCode", "VS-200"}, {"version", "1.0.0"}, {"versionType", "release"},
                             {"langType", "en"},      {"osType", "mac"},    {"maxPatch", 10}};
-    ASSERT_EQ(finish(manager.request("autoUpgrade:setAutoUpgradeConfig",
+    ASSERT_EQ(finishOf(manager.request("autoUpgrade:setAutoUpgradeConfig",
                                      {{"VS-200", model}, {"checkInterval", 10}, {"path", folder.path()}}, {}))
                   .value("status"),
               "success");
-    const QJsonObject package = g_admin->package("VS-200", "1.2.0");
-    const qint64 size = qint64(package.value("packageSize").toDouble());
-    g_admin->armFault("/packages/" + package.value("packageName").toString(),
-                      {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
+    const Package p = package("VS-200", "1.2.0");
+    const qint64 size = p.size;
+    admin().armFault(p.url, {{"throttle", 4 * 1024 * 1024}, {"times", 1}});
     const QVariantMap item{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
     const QVariantMap exist{{"modelCode", "VS-200"}, {"version", "1.2.0"}};
 
@@ -334,7 +295,7 @@ TEST_F(UpgradeEndToEnd, clientExistenceAnswerDuringARunningDownloadCountsTheByte
     ASSERT_EQ(download->status(), 0);
     Nubra::Reply* twice = manager.request("autoUpgrade:startDownload", {{"upgrades", QVariantList{item}}}, {});
     EXPECT_EQ(twice->status(), Nubra::Error::Busy);
-    finish(twice);
+    finishOf(twice);
 
     QVariantMap during;
     qint64 reportedBefore = -1;
@@ -344,10 +305,10 @@ TEST_F(UpgradeEndToEnd, clientExistenceAnswerDuringARunningDownloadCountsTheByte
                              return;
                          reportedBefore = received;
                          QTimer::singleShot(0, download, [&] {
-                             during = finish(manager.request("autoUpgrade:isExist", exist, {}));
+                             during = finishOf(manager.request("autoUpgrade:isExist", exist, {}));
                          });
                      });
-    const QVariantMap done = finish(download);
+    const QVariantMap done = finishOf(download);
     EXPECT_EQ(done.value("status"), "success");
     ASSERT_EQ(during.value("status"), "success");
     const QVariantMap duringResult = during.value("result").toMap();
@@ -356,7 +317,7 @@ TEST_F(UpgradeEndToEnd, clientExistenceAnswerDuringARunningDownloadCountsTheByte
     EXPECT_EQ(duringResult.value("bytesTotal").toLongLong(), size);
     EXPECT_FALSE(duringResult.value("complete").toBool());
 
-    const QVariantMap after = finish(manager.request("autoUpgrade:isExist", exist, {})).value("result").toMap();
+    const QVariantMap after = finishOf(manager.request("autoUpgrade:isExist", exist, {})).value("result").toMap();
     EXPECT_EQ(after.value("bytesReceived").toLongLong(), size);
     EXPECT_EQ(after.value("bytesTotal").toLongLong(), size);
     EXPECT_TRUE(after.value("complete").toBool());
@@ -401,7 +362,7 @@ TEST_F(UpgradeEndToEnd, generalUpgradeRequestListsTheVersionsOfEachModel)
 
 TEST_F(UpgradeEndToEnd, twoFileDownloadsSideBySide)
 {
-    const QJsonArray files = g_admin->call("GET", "/devcloud/files").value("result").toObject().value("files").toArray();
+    const QJsonArray files = admin().call("GET", "/devcloud/files").value("result").toObject().value("files").toArray();
     QMap<QString, QJsonObject> byName;
     for (const QJsonValue& f : files)
         byName.insert(f["name"].toString(), f.toObject());
@@ -416,8 +377,8 @@ TEST_F(UpgradeEndToEnd, twoFileDownloadsSideBySide)
     EXPECT_EQ(helper()->downloadFile(manual["url"].toString(), folder.path() + "/"), NubraCommon::Success);
     EXPECT_EQ(helper()->downloadFile(board["url"].toString(), second), NubraCommon::Success);
     EXPECT_TRUE(QTest::qWaitFor([&] { return QFileInfo::exists(first) && QFileInfo::exists(second); }, 30000));
-    EXPECT_EQ(sha256Of(first), manual["sha256"].toString());
-    EXPECT_EQ(sha256Of(second), board["sha256"].toString());
+    EXPECT_EQ(sha256OfFile(first), manual["sha256"].toString());
+    EXPECT_EQ(sha256OfFile(second), board["sha256"].toString());
     EXPECT_FALSE(QFileInfo::exists(first + ".part"));
     EXPECT_FALSE(QFileInfo::exists(second + ".part"));
 }

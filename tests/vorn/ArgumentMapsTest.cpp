@@ -1,8 +1,8 @@
 // Command-line fields become the maps a request carries.
 
 #include "ArgumentMaps.h"
+#include "TestFiles.h"
 
-#include <QFile>
 #include <QJsonValue>
 #include <QTemporaryDir>
 
@@ -64,10 +64,7 @@ TEST(ArgumentMaps, fileFieldsMergeOrReportTheFile)
 {
     QTemporaryDir dir;
     const QString good = dir.filePath("body.json");
-    QFile file(good);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"userID": 1001, "sn": "VS2024000123"})");
-    file.close();
+    ASSERT_TRUE(VornTest::writeFile(good, R"({"userID": 1001, "sn": "VS2024000123"})"));
 
     const auto parsed = ArgumentMaps::parse({"@" + good.toStdString(), "sn=other"});
     ASSERT_TRUE(parsed.ok()) << parsed.error.toStdString();

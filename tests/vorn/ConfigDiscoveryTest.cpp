@@ -1,8 +1,8 @@
 // Which client configuration vorn finds, and what it says when none.
 
 #include "ConfigDiscovery.h"
+#include "TestFiles.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -36,10 +36,7 @@ TEST(ConfigDiscovery, explicitFileThenEnvironmentThenDefault)
     EnvironmentGuard guard;
     QTemporaryDir dir;
     const QString present = dir.filePath("config.json");
-    QFile file(present);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("{}");
-    file.close();
+    ASSERT_TRUE(VornTest::writeFile(present, "{}"));
     const QString absent = dir.filePath("missing.json");
 
     struct Case {
@@ -81,9 +78,7 @@ TEST(ConfigDiscovery, explicitFileIsHandedToTheHelperThroughTheEnvironment)
     EnvironmentGuard guard;
     QTemporaryDir dir;
     const QString present = dir.filePath("config.json");
-    QFile file(present);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.close();
+    ASSERT_TRUE(VornTest::writeFile(present, {}));
     qunsetenv("NUBRA_CONFIG");
     ASSERT_TRUE(ConfigDiscovery::locate(present).ok());
     EXPECT_EQ(qEnvironmentVariable("NUBRA_CONFIG"), present);

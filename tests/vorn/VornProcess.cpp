@@ -1,5 +1,6 @@
 #include "VornProcess.h"
 
+#include <QJsonDocument>
 #include <QProcess>
 
 QString vornBinary() { return QStringLiteral(VORN_CLI_BINARY); }
@@ -27,4 +28,11 @@ VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env, int 
     run.out = QString::fromUtf8(process.readAllStandardOutput());
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
+}
+
+QJsonObject jsonOf(const VornRun& run) { return QJsonDocument::fromJson(run.out.toUtf8()).object(); }
+
+std::string describe(const VornRun& run)
+{
+    return QStringLiteral("exit %1\n--- stdout\n%2--- stderr\n%3").arg(run.exitStatus).arg(run.out, run.err).toStdString();
 }

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <QJsonObject>
 #include <QMap>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
+
+#include <string>
 
 // Runs the vorn binary of this build and collects what it did.
 struct VornRun {
@@ -18,3 +21,8 @@ struct VornRun {
 VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env = {}, int timeoutMs = 60000);
 
 QString vornBinary();
+
+// The run's standard output as one JSON object (empty if it is not one).
+QJsonObject jsonOf(const VornRun& run);
+// Exit status and both outputs, for failure messages.
+std::string describe(const VornRun& run);

@@ -1,6 +1,7 @@
 // vorn protect/unprotect: strings, JSON files and files round-trip through
 // the helper's protected-data calls; failures get their codes.
 
+#include "TestFiles.h"
 #include "VornProcess.h"
 
 #include <QFile>
@@ -10,22 +11,7 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
-[[maybe_unused]] QJsonObject jsonOf(const VornRun& run) { return QJsonDocument::fromJson(run.out.toUtf8()).object(); }
-
-std::string describe(const VornRun& run)
-{
-    return QStringLiteral("exit %1\n--- stdout\n%2--- stderr\n%3").arg(run.exitStatus).arg(run.out, run.err).toStdString();
-}
-
-[[maybe_unused]] bool writeFile(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
-
-} // namespace
+using VornTest::writeFile;
 
 #if VORN_CLI_PROTECT
 

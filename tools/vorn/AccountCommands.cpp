@@ -8,7 +8,6 @@
 #include "ExitStatus.h"
 #include "InterfaceNames.h"
 #include "ReplyStatus.h"
-#include "ResultCodes.h"
 #include "ServiceRequestArgs.h"
 
 #include <VornNubraHelper.h>
@@ -28,18 +27,8 @@ int runAccount(CommandContext& context, const AccountArgs& args)
     Output& out = context.out();
     int status = ExitStatus::Ok;
     ServiceRequestArgs::Maps maps;
-    if (!args.parse(out, &maps, &status))
-        return status;
-    const QString name = QString::fromStdString(args.interface);
-    // Only listed values: the helper's checked look-up throws for others.
-    const std::optional<int> value = InterfaceNames::resolve(Catalogue::UserAccount, name, false);
-    if (!value)
-        return out.fail(NubraCommon::UnknownInterface,
-                        QStringLiteral("unknown interface '%1': the user-account catalogue has %2")
-                            .arg(name, InterfaceNames::knownNames(Catalogue::UserAccount)),
-                        {{QStringLiteral("code"), int(NubraCommon::UnknownInterface)},
-                         {QStringLiteral("codeName"), ResultCodes::name(NubraCommon::UnknownInterface)}});
-    VornNubraHelper* helper = context.helper(&status);
+    const std::optional<int> value = args.prepare(out, Catalogue::UserAccount, &maps, &status);
+    VornNubraHelper* helper = value ? context.helper(&status) : nullptr;
     if (!helper)
         return status;
     QVariantMap reply;

@@ -10,7 +10,6 @@
 #include "InterfaceNames.h"
 #include "ProgressBar.h"
 #include "ReplyStatus.h"
-#include "ResultCodes.h"
 #include "ServiceRequestArgs.h"
 
 #include <VornNubraHelper.h>
@@ -42,17 +41,8 @@ int runDisk(CommandContext& context, const ServiceRequestArgs& args)
     Output& out = context.out();
     int status = ExitStatus::Ok;
     ServiceRequestArgs::Maps maps;
-    if (!args.parse(out, &maps, &status))
-        return status;
-    const QString name = QString::fromStdString(args.interface);
-    const std::optional<int> value = InterfaceNames::resolve(Catalogue::CloudDisk, name, false);
-    if (!value)
-        return out.fail(NubraCommon::UnknownInterface,
-                        QStringLiteral("unknown interface '%1': the cloud-disk catalogue has %2")
-                            .arg(name, InterfaceNames::knownNames(Catalogue::CloudDisk)),
-                        {{QStringLiteral("code"), int(NubraCommon::UnknownInterface)},
-                         {QStringLiteral("codeName"), ResultCodes::name(NubraCommon::UnknownInterface)}});
-    VornNubraHelper* helper = context.helper(&status);
+    const std::optional<int> value = args.prepare(out, Catalogue::CloudDisk, &maps, &status);
+    VornNubraHelper* helper = value ? context.helper(&status) : nullptr;
     if (!helper)
         return status;
     const QVariantMap reply = diskCall(helper, VornCloudDiskInterface(*value), maps, QString::fromStdString(args.source));

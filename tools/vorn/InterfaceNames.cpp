@@ -48,6 +48,19 @@ const std::vector<Entry> kCloudDisk{
 
 #undef VORN_ENTRY
 
+struct CatalogueInfo {
+    const char* name;
+    const std::vector<Entry>* entries;
+};
+
+// In the order of the Catalogue enumerators.
+const CatalogueInfo& infoOf(Catalogue catalogue)
+{
+    static const CatalogueInfo infos[] = {
+        {"general", &kGeneral}, {"user-account", &kUserAccount}, {"cloud-disk", &kCloudDisk}};
+    return infos[int(catalogue)];
+}
+
 const Entry* find(Catalogue catalogue, int value)
 {
     for (const Entry& entry : entries(catalogue)) {
@@ -59,18 +72,7 @@ const Entry* find(Catalogue catalogue, int value)
 
 } // namespace
 
-const std::vector<Entry>& entries(Catalogue catalogue)
-{
-    switch (catalogue) {
-    case Catalogue::General:
-        return kGeneral;
-    case Catalogue::UserAccount:
-        return kUserAccount;
-    case Catalogue::CloudDisk:
-        break;
-    }
-    return kCloudDisk;
-}
+const std::vector<Entry>& entries(Catalogue catalogue) { return *infoOf(catalogue).entries; }
 
 std::optional<int> resolve(Catalogue catalogue, const QString& text, bool allowUnlisted)
 {
@@ -114,17 +116,6 @@ QString knownNames(Catalogue catalogue)
     return names.join(QStringLiteral(", "));
 }
 
-QString catalogueName(Catalogue catalogue)
-{
-    switch (catalogue) {
-    case Catalogue::General:
-        return QStringLiteral("general");
-    case Catalogue::UserAccount:
-        return QStringLiteral("user-account");
-    case Catalogue::CloudDisk:
-        break;
-    }
-    return QStringLiteral("cloud-disk");
-}
+QString catalogueName(Catalogue catalogue) { return QString::fromLatin1(infoOf(catalogue).name); }
 
 } // namespace InterfaceNames

@@ -3,6 +3,9 @@
 #include "ArgumentMaps.h"
 #include "ExitStatus.h"
 #include "Output.h"
+#include "ResultCodes.h"
+
+#include <NubraCommon.h>
 
 #include <CLI/CLI.hpp>
 
@@ -34,4 +37,21 @@ bool ServiceRequestArgs::parse(Output& out, Maps* maps, int* exitStatus) const
     if (!token.empty() && !maps->headers.contains(QStringLiteral("X-Auth-Token")))
         maps->headers.insert(QStringLiteral("X-Auth-Token"), QString::fromStdString(token));
     return true;
+}
+
+std::optional<int> ServiceRequestArgs::prepare(Output& out, InterfaceNames::Catalogue catalogue, Maps* maps,
+                                               int* exitStatus) const
+{
+    if (!parse(out, maps, exitStatus))
+        return std::nullopt;
+    const QString name = QString::fromStdString(interface);
+    const std::optional<int> value = InterfaceNames::resolve(catalogue, name, false);
+    if (!value)
+        *exitStatus = out.fail(NubraCommon::UnknownInterface,
+                               QStringLiteral("unknown interface '%1': the %2 catalogue has %3")
+                                   .arg(name, InterfaceNames::catalogueName(catalogue),
+                                        InterfaceNames::knownNames(catalogue)),
+                               {{QStringLiteral("code"), int(NubraCommon::UnknownInterface)},
+                                {QStringLiteral("codeName"), ResultCodes::name(NubraCommon::UnknownInterface)}});
+    return value;
 }

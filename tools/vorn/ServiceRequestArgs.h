@@ -1,6 +1,10 @@
 #pragma once
 
+#include "InterfaceNames.h"
+
 #include <QVariantMap>
+
+#include <optional>
 
 #include <string>
 #include <vector>
@@ -31,4 +35,8 @@ struct ServiceRequestArgs {
     };
     // Parses the fields; on a bad one reports it and returns false.
     bool parse(Output& out, Maps* maps, int* exitStatus) const;
+    // Parses the fields and looks the interface up among the entries listed
+    // in the catalogue (the helper's checked look-up throws for others);
+    // reports a failure, sets *exitStatus and returns nothing.
+    std::optional<int> prepare(Output& out, InterfaceNames::Catalogue catalogue, Maps* maps, int* exitStatus) const;
 };

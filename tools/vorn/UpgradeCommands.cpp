@@ -68,14 +68,19 @@ struct UpgradeArgs {
 
 QString codeText(int code) { return QStringLiteral("%1 (%2)").arg(ResultCodes::name(code)).arg(code); }
 
-// Registers; reports a failure and returns false.
-bool registerFirst(CommandContext& context, VornNubraHelper* helper, const Registration& registration, int* code)
+// The helper, once the registration went through; null (with *code the
+// exit status) when there is no helper or the registration failed.
+VornNubraHelper* registeredHelper(CommandContext& context, const Registration& registration, int* code)
 {
+    *code = ExitStatus::Ok;
+    VornNubraHelper* helper = context.helper(code);
+    if (!helper)
+        return nullptr;
     *code = registration.run(helper);
     if (*code == NubraCommon::Success)
-        return true;
+        return helper;
     context.out().answer(QStringLiteral("setSoftwareAutoUpgrade"), *code, QVariant());
-    return false;
+    return nullptr;
 }
 
 int runRegister(CommandContext& context, const UpgradeArgs& args)
@@ -92,12 +97,9 @@ int runRegister(CommandContext& context, const UpgradeArgs& args)
 
 int runCheck(CommandContext& context, const UpgradeArgs& args)
 {
-    int status = ExitStatus::Ok;
-    VornNubraHelper* helper = context.helper(&status);
-    if (!helper)
-        return status;
     int code = 0;
-    if (!registerFirst(context, helper, args.registration, &code))
+    VornNubraHelper* helper = registeredHelper(context, args.registration, &code);
+    if (!helper)
         return code;
     QVariantMap info;
     code = helper->checkSoftwareUpgrade(QString::fromStdString(args.registration.model), info);
@@ -131,15 +133,10 @@ bool targetVersion(CommandContext& context, VornNubraHelper* helper, const Upgra
 int runDownload(CommandContext& context, const UpgradeArgs& args)
 {
     Output& out = context.out();
-    int status = ExitStatus::Ok;
-    VornNubraHelper* helper = context.helper(&status);
-    if (!helper)
-        return status;
     int code = 0;
-    if (!registerFirst(context, helper, args.registration, &code))
-        return code;
+    VornNubraHelper* helper = registeredHelper(context, args.registration, &code);
     QString target;
-    if (!targetVersion(context, helper, args, &target, &code))
+    if (!helper || !targetVersion(context, helper, args, &target, &code))
         return code;
 
     const QString model = QString::fromStdString(args.registration.model);
@@ -192,15 +189,10 @@ int runDownload(CommandContext& context, const UpgradeArgs& args)
 
 int runExists(CommandContext& context, const UpgradeArgs& args)
 {
-    int status = ExitStatus::Ok;
-    VornNubraHelper* helper = context.helper(&status);
-    if (!helper)
-        return status;
     int code = 0;
-    if (!registerFirst(context, helper, args.registration, &code))
-        return code;
+    VornNubraHelper* helper = registeredHelper(context, args.registration, &code);
     QString target;
-    if (!targetVersion(context, helper, args, &target, &code))
+    if (!helper || !targetVersion(context, helper, args, &target, &code))
         return code;
     qint64 received = -1;
     qint64 total = -1;
@@ -318,42 +310,32 @@ void addUpgradeCommands(CLI::App& app, CommandContext& context)
     CLI::App* upgrade = app.add_subcommand("upgrade", "The automatic-upgrade flow: register, check, download, exists");
     upgrade->require_subcommand(1);
 
-    auto registerArgs = std::make_shared<UpgradeArgs>();
-    CLI::App* registerCommand =
-        upgrade->add_subcommand("register", "Register model, version and language (setSoftwareAutoUpgrade)");
-    registerArgs->registration.addTo(*registerCommand);
-    registerCommand->callback([&context, registerArgs] {
-        context.action = [&context, registerArgs] { return runRegister(context, *registerArgs); };
-    });
-
-    auto checkArgs = std::make_shared<UpgradeArgs>();
-    CLI::App* check = upgrade->add_subcommand("check", "Register, then ask for a newer version (checkSoftwareUpgrade)");
-    checkArgs->registration.addTo(*check);
-    check->footer("Example:\n  vorn upgrade check --model 'VS-300 Pro' --version 2.0.0 --lang de");
-    check->callback([&context, checkArgs] {
-        context.action = [&context, checkArgs] { return runCheck(context, *checkArgs); };
-    });
-
-    auto downloadArgs = std::make_shared<UpgradeArgs>();
-    CLI::App* download = upgrade->add_subcommand(
-        "download", "Register, then download a package with progress (startDownloadSoftware); Ctrl-C pauses");
-    downloadArgs->registration.addTo(*download);
-    download->add_option("--to", downloadArgs->target, "Version to download (default: the newest the check finds)");
-    download->footer("Example:\n  vorn upgrade download --model VS-200 --version 1.1.0 --dir ./packages\n"
-                     "Exit status: 0 downloadSuccess, 6 downloadFail, 130 paused (run again to resume), else the "
-                     "result code.");
-    download->callback([&context, downloadArgs] {
-        context.action = [&context, downloadArgs] { return runDownload(context, *downloadArgs); };
-    });
-
-    auto existsArgs = std::make_shared<UpgradeArgs>();
-    CLI::App* exists = upgrade->add_subcommand(
-        "exists", "Register, then tell how much of a package is on disk (checkDownloadSoftwareExist)");
-    existsArgs->registration.addTo(*exists);
-    exists->add_option("--to", existsArgs->target, "Version of the package (default: the newest the check finds)");
-    exists->callback([&context, existsArgs] {
-        context.action = [&context, existsArgs] { return runExists(context, *existsArgs); };
-    });
+    // Every upgrade subcommand takes the registration options and runs `run`.
+    const auto add = [&](const char* name, const char* description,
+                         int (*run)(CommandContext&, const UpgradeArgs&)) {
+        auto args = std::make_shared<UpgradeArgs>();
+        CLI::App* command = upgrade->add_subcommand(name, description);
+        args->registration.addTo(*command);
+        command->callback([&context, args, run] {
+            context.action = [&context, args, run] { return run(context, *args); };
+        });
+        return std::make_pair(command, args);
+    };
+    add("register", "Register model, version and language (setSoftwareAutoUpgrade)", runRegister);
+    add("check", "Register, then ask for a newer version (checkSoftwareUpgrade)", runCheck)
+        .first->footer("Example:\n  vorn upgrade check --model 'VS-300 Pro' --version 2.0.0 --lang de");
+    const auto download = add(
+        "download", "Register, then download a package with progress (startDownloadSoftware); Ctrl-C pauses",
+        runDownload);
+    download.first->add_option("--to", download.second->target,
+                               "Version to download (default: the newest the check finds)");
+    download.first->footer("Example:\n  vorn upgrade download --model VS-200 --version 1.1.0 --dir ./packages\n"
+                           "Exit status: 0 downloadSuccess, 6 downloadFail, 130 paused (run again to resume), else "
+                           "the result code.");
+    const auto exists =
+        add("exists", "Register, then tell how much of a package is on disk (checkDownloadSoftwareExist)", runExists);
+    exists.first->add_option("--to", exists.second->target,
+                             "Version of the package (default: the newest the check finds)");
 
     auto fileArgs = std::make_shared<DownloadArgs>();
     CLI::App* file = app.add_subcommand(

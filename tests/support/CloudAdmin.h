@@ -1,7 +1,8 @@
 #pragma once
 
-// Talks to the dev cloud's test controls (faults, counters, catalogue
-// changes) over loopback, synchronously.
+// Talks to a dev cloud over loopback, synchronously, for what a test does
+// beside the library: its test controls (faults, counters, catalogue
+// changes, broker), publishing messages and signing in.
 
 #include <QEventLoop>
 #include <QJsonDocument>
@@ -17,7 +18,8 @@ class CloudAdmin {
 public:
     explicit CloudAdmin(QString baseUrl) : m_base(std::move(baseUrl)) {}
 
-    // Sends a request and returns the answer's JSON object (empty on failure).
+    // Sends a request and returns the answer's JSON object (empty on
+    // failure); lastStatus() is its HTTP status (0 without an answer).
     QJsonObject call(const QByteArray& method, const QString& path, const QJsonObject& body = {})
     {
         QNetworkRequest request(QUrl(m_base + path));
@@ -26,11 +28,35 @@ public:
             request, method, method == "GET" ? QByteArray() : QJsonDocument(body).toJson(QJsonDocument::Compact));
         QEventLoop loop;
         QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-        QTimer::singleShot(10000, &loop, &QEventLoop::quit);
-        loop.exec();
+        QTimer::singleShot(90000, &loop, &QEventLoop::quit);
+        if (!reply->isFinished())
+            loop.exec();
+        m_lastStatus = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         const QJsonObject answer = QJsonDocument::fromJson(reply->readAll()).object();
         reply->deleteLater();
         return answer;
+    }
+    int lastStatus() const { return m_lastStatus; }
+    // POST; true on HTTP 200.
+    bool post(const QString& path, const QJsonObject& body = {})
+    {
+        call("POST", path, body);
+        return m_lastStatus == 200;
+    }
+
+    // Signs the demo user in; returns the token.
+    QString signIn()
+    {
+        return call("POST", "/api/v1/user/login", {{"account", "demo@vorn.example"}, {"password", "scan3d!"}})
+            .value("result")
+            .toObject()
+            .value("token")
+            .toString();
+    }
+    // Publishes through the cloud (acknowledged by the broker before it answers).
+    bool publish(const QString& topic, const QJsonObject& payload)
+    {
+        return post("/devcloud/publish", {{"topic", topic}, {"payload", payload}});
     }
 
     QJsonObject package(const QString& model, const QString& version)
@@ -39,25 +65,12 @@ public:
             .value("result")
             .toObject();
     }
-    // One counter of GET /devcloud/stats for a URL path.
+    // One counter of GET /devcloud/stats for a URL path: "bytesServed",
+    // "rangeBytesServed" (what resumes fetched), "rangeRequests".
     qint64 stat(const QString& path, const QString& counter)
     {
         const QJsonObject answer = call("GET", "/devcloud/stats");
         return qint64(answer["result"]["files"][path][counter].toDouble());
-    }
-    // Bytes the cloud has sent of one file so far.
-    qint64 bytesServed(const QString& path)
-    {
-        return stat(path, "bytesServed");
-    }
-    // Bytes sent in answers to range requests (what resumes fetched).
-    qint64 rangeBytesServed(const QString& path)
-    {
-        return stat(path, "rangeBytesServed");
-    }
-    qint64 rangeRequests(const QString& path)
-    {
-        return stat(path, "rangeRequests");
     }
     void armFault(const QString& path, const QJsonObject& fault)
     {
@@ -70,6 +83,7 @@ public:
 private:
     QString m_base;
     QNetworkAccessManager m_network;
+    int m_lastStatus = 0;
 };
 
 } // namespace VornTest
