@@ -165,26 +165,26 @@ TEST_F(HelperUpgrade, configurationStepOutcomes)
     ScriptedService client({QStringLiteral("setConfigData")});
     QVariantMap info;
 
-    Access::configured(helper()) = false;
+    Access::upgradeConfigured(helper()) = false;
     client.setStatus(QStringLiteral("setConfigData"), Nubra::Error::ConfigMalformed);
     EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::RequestRejected);
     EXPECT_TRUE(log.contains(QStringLiteral("set config  fail%1").arg(int(Nubra::Error::ConfigMalformed))));
     EXPECT_TRUE(scripted->callsNamed(kCheck).isEmpty());
-    EXPECT_FALSE(Access::configured(helper()));
+    EXPECT_FALSE(Access::upgradeConfigured(helper()));
 
     client.setStatus(QStringLiteral("setConfigData"), 0);
     client.answerAfter(QStringLiteral("setConfigData"), 0, {{"status", "failure"}, {"errorCode", 3}});
     scripted->answerAfter(kCheck, 0, success({{"version", "2.0.0"}}));
     EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::Success);
     EXPECT_TRUE(log.contains(QStringLiteral("init fail0")));
-    EXPECT_FALSE(Access::configured(helper()));
+    EXPECT_FALSE(Access::upgradeConfigured(helper()));
     EXPECT_EQ(info.value("version"), QVariant("2.0.0"));
     EXPECT_EQ(client.callsNamed(QStringLiteral("setConfigData")).last().record, (QVariantMap{{"timeout", 3}}));
 
     client.answerAfter(QStringLiteral("setConfigData"), 300, {{"status", "success"}, {"errorCode", 0}});
     scripted->answerAfter(kCheck, 0, success({{"version", "2.0.1"}}));
     EXPECT_EQ(helper()->checkSoftwareUpgrade("VS-200", info), NubraCommon::Success);
-    EXPECT_TRUE(Access::configured(helper()));
+    EXPECT_TRUE(Access::upgradeConfigured(helper()));
     EXPECT_EQ(info.value("version"), QVariant("2.0.1"));
     EXPECT_EQ(client.callsNamed(QStringLiteral("setConfigData")).size(), 3);
     EXPECT_EQ(scripted->callsNamed(kCheck).size(), 2);
