@@ -8,9 +8,17 @@
 //
 //   build/bin/bench_blocking [requests-per-round=1000] [rounds=11] [call-timeout-ms=10000] [only]
 // With `only` = helper, curl or qnam, just that client runs (for profiling
-// one side with perf or strace); no ratio is printed then.
+// one side with perf or strace); no ratio is printed then. `only` = scripted
+// runs the helper against a scripted client that answers on the next loop
+// turn: the cost of the helper's own wait, without network or server.
+// `only` = client runs the nubra client without the helper: request(),
+// a local event loop until finished, deleteLater().
 
+#include <ScriptedService.h>
 #include <VornNubraHelper.h>
+
+#include <Nubra/Manager.h>
+#include <Nubra/Reply.h>
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -34,6 +42,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -159,8 +168,9 @@ int main(int argc, char** argv)
     // ACK; a smaller sample gives the same rate in reasonable time.
     const int qnamCount = std::max(10, count / 20);
     const QString only = argc > 4 ? QString::fromLatin1(argv[4]) : QString();
-    if (!only.isEmpty() && only != "helper" && only != "curl" && only != "qnam") {
-        std::fprintf(stderr, "bench_blocking: the fourth argument is helper, curl or qnam\n");
+    if (!only.isEmpty() && only != "helper" && only != "curl" && only != "qnam" && only != "scripted" &&
+        only != "client") {
+        std::fprintf(stderr, "bench_blocking: the fourth argument is helper, curl, qnam, scripted or client\n");
         return 64;
     }
 
@@ -208,11 +218,34 @@ int main(int argc, char** argv)
                NubraCommon::Success;
     };
     const auto curlCall = [&curl] { return curl.post(); };
+    Nubra::Manager client;
+    client.setConfigPath(dir.filePath("config.json"), {})->deleteLater();
+    Nubra::Manager* manager = &client;
+    const auto clientCall = [manager] {
+        Nubra::Reply* reply = manager->request(QStringLiteral("getDeviceAction"),
+                                               {{"body", QVariantMap{{"sn", kDevice}}}}, {});
+        bool ok = false;
+        QEventLoop loop;
+        QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& answer) {
+            ok = answer.value(QStringLiteral("status")).toString() == QLatin1String("success");
+            loop.quit();
+        });
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+        reply->deleteLater();
+        return ok;
+    };
     const auto qnamCall = [&] { return qnamPost(qnam, url, body); };
 
+    std::unique_ptr<VornTest::ScriptedService> scripted;
+    if (only == "scripted") {
+        scripted = std::make_unique<VornTest::ScriptedService>(QStringList{QStringLiteral("getDeviceAction")});
+        scripted->answerAfter(QStringLiteral("getDeviceAction"), 0,
+                              {{"status", "success"}, {"result", QVariantMap{{"sn", kDevice}, {"action", "none"}}}});
+    }
     if (!only.isEmpty()) {
         const bool qnamOnly = only == "qnam";
-        const auto& call = only == "helper" ? std::function<bool()>(helperCall)
+        const auto& call = only == "helper" || only == "scripted" ? std::function<bool()>(helperCall)
+                           : only == "client"                     ? std::function<bool()>(clientCall)
                            : only == "curl" ? std::function<bool()>(curlCall)
                                             : std::function<bool()>(qnamCall);
         measure(qnamOnly ? 5 : 100, call);
