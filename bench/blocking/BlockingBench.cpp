@@ -260,41 +260,47 @@ int main(int argc, char** argv)
 
     // Warm up: connections, caches, the devcloud's threads.
     measure(100, helperCall);
+    measure(100, clientCall);
     measure(100, curlCall);
     measure(5, qnamCall);
 
     // The machine is shared: each round measures the peer and ours back
     // to back, and the ratio is taken per round before the median, so that
     // a busy spell hits both sides of a ratio alike.
-    std::vector<Figures> helperRounds, curlRounds, qnamRounds;
-    std::vector<double> helperRatios, qnamRatios;
+    std::vector<Figures> helperRounds, clientRounds, curlRounds, qnamRounds;
+    std::vector<double> helperRatios, clientRatios, qnamRatios;
     for (int r = 0; r < rounds; ++r) {
-        // Alternate which side goes first, so that a slow drift of the
-        // machine's load favours neither.
-        if (r % 2 == 0) {
-            curlRounds.push_back(measure(count, curlCall));
-            helperRounds.push_back(measure(count, helperCall));
-        } else {
-            helperRounds.push_back(measure(count, helperCall));
-            curlRounds.push_back(measure(count, curlCall));
-        }
+        // Rotate which side goes first, so that a slow drift of the
+        // machine's load favours none.
+        const std::function<void()> steps[] = {
+            [&] { curlRounds.push_back(measure(count, curlCall)); },
+            [&] { helperRounds.push_back(measure(count, helperCall)); },
+            [&] { clientRounds.push_back(measure(count, clientCall)); },
+        };
+        for (int i = 0; i < 3; ++i)
+            steps[(r + i) % 3]();
         qnamRounds.push_back(measure(qnamCount, qnamCall));
         helperRatios.push_back(helperRounds.back().perSecond / curlRounds.back().perSecond);
+        clientRatios.push_back(clientRounds.back().perSecond / curlRounds.back().perSecond);
         qnamRatios.push_back(qnamRounds.back().perSecond / curlRounds.back().perSecond);
     }
-    const Figures h = median(helperRounds), c = median(curlRounds), q = median(qnamRounds);
-    std::sort(helperRatios.begin(), helperRatios.end());
-    std::sort(qnamRatios.begin(), qnamRatios.end());
+    const Figures h = median(helperRounds), n = median(clientRounds), c = median(curlRounds),
+                  q = median(qnamRounds);
+    for (auto* ratios : {&helperRatios, &clientRatios, &qnamRatios})
+        std::sort(ratios->begin(), ratios->end());
 
     std::printf("Sequential blocking POST %s, median of %d rounds\n", qPrintable(url.toString()), rounds);
     print("libcurl easy handle (peer)", c, count);
     print("VornNubraHelper::post + nubra", h, count);
+    print("nubra client alone", n, count);
     print("QNetworkAccessManager + QEventLoop", q, qnamCount);
     std::printf("helper / libcurl: %.2f (median of per-round ratios; range %.2f - %.2f; target >= 0.80)\n",
                 helperRatios[helperRatios.size() / 2], helperRatios.front(), helperRatios.back());
+    std::printf("client / libcurl: %.2f (range %.2f - %.2f)\n", clientRatios[clientRatios.size() / 2],
+                clientRatios.front(), clientRatios.back());
     std::printf("QNAM   / libcurl: %.3f\n", qnamRatios[qnamRatios.size() / 2]);
 
     cloud.terminate();
     cloud.waitForFinished(10000);
-    return h.failures + c.failures + q.failures == 0 ? 0 : 1;
+    return h.failures + n.failures + c.failures + q.failures == 0 ? 0 : 1;
 }
