@@ -242,13 +242,7 @@ void MqttSession::readReady()
         before = m_events.size();
         rc = mosquitto_loop_read(m_mosq, 1);
     } while (rc == MOSQ_ERR_SUCCESS && ++rounds < kMaxReadsPerTurn && (m_events.size() > before || moreTlsData()));
-    if (!dispatchEvents())
-        return;
-    if (rc != MOSQ_ERR_SUCCESS) {
-        handleDrop(rc, describeMosquitto(rc));
-        return;
-    }
-    updateWriteInterest();
+    afterLoopStep(rc);
 }
 
 void MqttSession::writeReady()
@@ -256,13 +250,7 @@ void MqttSession::writeReady()
     if (m_state != State::Connecting && m_state != State::Connected)
         return;
     const int rc = mosquitto_loop_write(m_mosq, 1);
-    if (!dispatchEvents())
-        return;
-    if (rc != MOSQ_ERR_SUCCESS) {
-        handleDrop(rc, describeMosquitto(rc));
-        return;
-    }
-    updateWriteInterest();
+    afterLoopStep(rc);
 }
 
 void MqttSession::housekeeping()
@@ -274,6 +262,12 @@ void MqttSession::housekeeping()
     if (m_state != State::Connecting && m_state != State::Connected)
         return;
     const int rc = mosquitto_loop_misc(m_mosq);
+    afterLoopStep(rc);
+}
+
+void MqttSession::afterLoopStep(int rc)
+{
+    // Events first; a receiver may have deleted the session.
     if (!dispatchEvents())
         return;
     if (rc != MOSQ_ERR_SUCCESS) {

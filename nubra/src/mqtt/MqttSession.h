@@ -98,6 +98,8 @@ private:
     // Emits the recorded events; returns false when the session was
     // deleted by a receiver.
     bool dispatchEvents();
+    // After one libmosquitto read, write or housekeeping step that returned rc.
+    void afterLoopStep(int rc);
     void handleDrop(int mosquittoResult, const QString& why);
     void scheduleReconnect();
     void fail(Error::ErrorCode code, const QString& message);
