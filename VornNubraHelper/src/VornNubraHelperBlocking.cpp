@@ -3,6 +3,7 @@
 
 #include "VornNubraHelper.h"
 
+#include "LocalWait.h"
 #include "VornLog.h"
 
 #include <Nubra/Manager.h>
@@ -11,7 +12,6 @@
 #include <QDebug>
 #include <QEventLoop>
 #include <QPointer>
-#include <QTimer>
 
 #include <functional>
 
@@ -42,20 +42,7 @@ ErrorCode waitForReply(Nubra::Reply* reply, const QString& name, int interfaceVa
     QPointer<QEventLoop> loop = new QEventLoop;
     ErrorCode code = NubraCommon::Success;
 
-    // The time-out timer is a child of the loop, so it dies with the loop.
-    // (A context-bound QTimer::singleShot would stay registered until it
-    // expires: at thousands of calls per second with a 10 s time-out, tens
-    // of thousands of dead timers in the thread's timer list.)
-    auto* timer = new QTimer(loop);
-    timer->setSingleShot(true);
-    timer->setTimerType(timeout < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer);
-    QObject::connect(timer, &QTimer::timeout, loop, [loop, &code] {
-        if (loop && loop->isRunning()) {
-            code = NubraCommon::Timeout;
-            loop->quit();
-        }
-    });
-    timer->start(timeout);
+    LocalWait::startTimeout(loop, timeout, timeout < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer, code);
 
     QObject::connect(
         reply, &Nubra::Reply::finished, reply,
@@ -75,22 +62,11 @@ ErrorCode waitForReply(Nubra::Reply* reply, const QString& name, int interfaceVa
         },
         Qt::DirectConnection);
 
-    QObject::connect(
-        reply, &Nubra::Reply::errorOccurred, reply,
-        [loop, &code, &variant](Nubra::Error::ErrorCode error) {
-            if (!loop || !loop->isRunning())
-                return;
-            VORN_LOG << variant.errorLog << int(error);
-            code = NubraCommon::TransportError;
-            loop->quit();
-        },
-        Qt::DirectConnection);
+    LocalWait::quitOnError(reply, loop, code, variant.errorLog);
 
     loop->exec(QEventLoop::ExcludeUserInputEvents);
 
-    loop->deleteLater();
-    reply->blockSignals(true);
-    reply->deleteLater();
+    LocalWait::release(loop, reply);
     return code;
 }
 

@@ -3,6 +3,7 @@
 
 #include "VornNubraHelper.h"
 
+#include "LocalWait.h"
 #include "VornLog.h"
 
 #include <Nubra/Manager.h>
@@ -32,12 +33,7 @@ ErrorCode waitForUpgradeReply(Nubra::Manager* manager, Nubra::Reply* reply,
     QPointer<QEventLoop> loop = new QEventLoop;
     ErrorCode code = NubraCommon::Success;
 
-    QTimer::singleShot(kReplyWaitMs, Qt::CoarseTimer, loop, [loop, &code] {
-        if (loop && loop->isRunning()) {
-            code = NubraCommon::Timeout;
-            loop->quit();
-        }
-    });
+    LocalWait::startTimeout(loop, kReplyWaitMs, Qt::CoarseTimer, code);
 
     QObject::connect(
         reply, &Nubra::Reply::finished, manager,
@@ -52,22 +48,11 @@ ErrorCode waitForUpgradeReply(Nubra::Manager* manager, Nubra::Reply* reply,
         },
         Qt::AutoConnection);
 
-    QObject::connect(
-        reply, &Nubra::Reply::errorOccurred, reply,
-        [loop, &code](Nubra::Error::ErrorCode error) {
-            if (!loop || !loop->isRunning())
-                return;
-            VORN_LOG << "Nubra Get ErrorOccurred: " << int(error);
-            code = NubraCommon::TransportError;
-            loop->quit();
-        },
-        Qt::DirectConnection);
+    LocalWait::quitOnError(reply, loop, code, "Nubra Get ErrorOccurred: ");
 
     loop->exec(QEventLoop::ExcludeUserInputEvents);
 
-    loop->deleteLater();
-    reply->blockSignals(true);
-    reply->deleteLater();
+    LocalWait::release(loop, reply);
     return code;
 }
 
