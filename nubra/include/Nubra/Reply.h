@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVariantMap>
 
+#include <functional>
+
 namespace Nubra {
 
 // The outcome of one request started by Manager::request().
@@ -80,6 +82,10 @@ protected:
     // The same on the next turn of the event loop, for failures found while
     // the request is still being created.
     void failLater(Error::ErrorCode code, const QString& message);
+    // Finishes with "status" "paused" and the map `result` gives then, on a
+    // later turn of the event loop: whoever called stop() acts on the pause
+    // first.
+    void finishPausedLater(std::function<QVariantMap()> result);
     // Emits abort() as a notification without running onAbort().
     void notifyAbort();
 

@@ -61,6 +61,18 @@ void Reply::failWith(Error::ErrorCode code, const QString& message, const QVaria
         emit finished(map);
 }
 
+void Reply::finishPausedLater(std::function<QVariantMap()> result)
+{
+    QMetaObject::invokeMethod(
+        this,
+        [this, result = std::move(result)] {
+            finishWith({{QStringLiteral("status"), QStringLiteral("paused")},
+                        {QStringLiteral("errorCode"), 0},
+                        {QStringLiteral("result"), result()}});
+        },
+        Qt::QueuedConnection);
+}
+
 void Reply::failLater(Error::ErrorCode code, const QString& message)
 {
     QMetaObject::invokeMethod(

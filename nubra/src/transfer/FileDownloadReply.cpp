@@ -46,16 +46,7 @@ void FileDownloadReply::onStop(const QString& item)
     if (isFinished() || (!item.isEmpty() && item != m_item) || !m_download)
         return;
     m_download->pause();
-    // Finish on a later turn: whoever called stop() decides first what a
-    // pause means to it.
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            finishWith({{QStringLiteral("status"), QStringLiteral("paused")},
-                        {QStringLiteral("errorCode"), 0},
-                        {QStringLiteral("result"), resultMap()}});
-        },
-        Qt::QueuedConnection);
+    finishPausedLater([this] { return resultMap(); });
 }
 
 void FileDownloadReply::onAbort(const QString& item)

@@ -145,15 +145,7 @@ void UpgradeDownloadReply::onStop(const QString& item)
     if (isFinished() || !item.isEmpty())
         return;
     halt();
-    // A later turn: the caller of stop() acts on its pause first.
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            finishWith({{QStringLiteral("status"), QStringLiteral("paused")},
-                        {QStringLiteral("errorCode"), 0},
-                        {QStringLiteral("result"), resultMap()}});
-        },
-        Qt::QueuedConnection);
+    finishPausedLater([this] { return resultMap(); });
 }
 
 void UpgradeDownloadReply::onAbort(const QString& item)

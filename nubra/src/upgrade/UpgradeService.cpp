@@ -104,6 +104,23 @@ Reply* UpgradeService::check(const QString& name, const QVariantMap& body)
         nullptr, m_context.manager);
 }
 
+std::optional<UpgradeRegistration> UpgradeService::packageOf(const QVariantMap& entry, QString* version,
+                                                             QString* why) const
+{
+    const QString modelCode = entry.value(QStringLiteral("modelCode")).toString();
+    *version = entry.value(QStringLiteral("version")).toString();
+    const auto registration = m_registry.find(modelCode);
+    if (!registration) {
+        *why = QStringLiteral("model \"%1\" is not registered for upgrades").arg(modelCode);
+        return std::nullopt;
+    }
+    if (version->isEmpty()) {
+        *why = QStringLiteral("\"version\" must be non-empty");
+        return std::nullopt;
+    }
+    return registration;
+}
+
 Reply* UpgradeService::download(const QString& name, const QVariantMap& body)
 {
     const QVariantList upgrades = body.value(QStringLiteral("upgrades")).toList();
@@ -111,15 +128,10 @@ Reply* UpgradeService::download(const QString& name, const QVariantMap& body)
         return refuse(name, Error::InvalidArgument, QStringLiteral("\"upgrades\" must list at least one package"));
     QList<UpgradeDownloadReply::Item> items;
     for (const QVariant& entry : upgrades) {
-        const QVariantMap map = entry.toMap();
-        const QString modelCode = map.value(QStringLiteral("modelCode")).toString();
-        const QString version = map.value(QStringLiteral("version")).toString();
-        const auto registration = m_registry.find(modelCode);
+        QString version, why;
+        const auto registration = packageOf(entry.toMap(), &version, &why);
         if (!registration)
-            return refuse(name, Error::InvalidArgument,
-                          QStringLiteral("model \"%1\" is not registered for upgrades").arg(modelCode));
-        if (version.isEmpty())
-            return refuse(name, Error::InvalidArgument, QStringLiteral("\"version\" must be non-empty"));
+            return refuse(name, Error::InvalidArgument, why);
         items.append({*registration, version, UpgradeRegistry::packagePath(*registration, version)});
     }
     // One writer per package file.
@@ -138,14 +150,10 @@ Reply* UpgradeService::download(const QString& name, const QVariantMap& body)
 
 Reply* UpgradeService::isExist(const QString& name, const QVariantMap& body)
 {
-    const QString modelCode = body.value(QStringLiteral("modelCode")).toString();
-    const QString version = body.value(QStringLiteral("version")).toString();
-    const auto registration = m_registry.find(modelCode);
+    QString version, why;
+    const auto registration = packageOf(body, &version, &why);
     if (!registration)
-        return refuse(name, Error::InvalidArgument,
-                      QStringLiteral("model \"%1\" is not registered for upgrades").arg(modelCode));
-    if (version.isEmpty())
-        return refuse(name, Error::InvalidArgument, QStringLiteral("\"version\" must be non-empty"));
+        return refuse(name, Error::InvalidArgument, why);
     const QString target = UpgradeRegistry::packagePath(*registration, version);
     const auto onDisk = ResumableDownload::inspect(target);
     auto resultWith = [target, onDisk](qint64 total) {

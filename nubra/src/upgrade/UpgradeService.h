@@ -30,6 +30,9 @@ private:
     Reply* download(const QString& name, const QVariantMap& body);
     Reply* isExist(const QString& name, const QVariantMap& body);
     Reply* refuse(const QString& name, Error::ErrorCode code, const QString& message);
+    // The registered model and the version a package entry names, or why
+    // it names none.
+    std::optional<UpgradeRegistration> packageOf(const QVariantMap& entry, QString* version, QString* why) const;
 
     ClientContext m_context;
     UpgradeRegistry m_registry;
