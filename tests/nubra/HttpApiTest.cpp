@@ -8,6 +8,7 @@
 #include <DevCloudProcess.h>
 
 #include <QAbstractEventDispatcher>
+#include <QFile>
 #include <QJsonArray>
 #include <QLoggingCategory>
 #include <QMutex>
@@ -221,7 +222,9 @@ TEST(HttpApi, recordMapsOntoHttp)
     EXPECT_EQ(bad.finished, 1);
 }
 
-// Sequential requests reuse one kept-alive connection.
+// Sequential requests reuse one kept-alive connection, and their easy
+// handles: what one request set (a POST body, a header, a time-out) must
+// not leak into the next one on the same handle.
 TEST(HttpApi, keepAliveReusesConnections)
 {
     auto server = startEchoServer();
@@ -231,11 +234,46 @@ TEST(HttpApi, keepAliveReusesConnections)
     QSet<int> ports;
     const int requests = 30;
     for (int i = 0; i < requests; ++i) {
-        const Observed o = VornTest::run(manager, i % 2 ? "echoGet" : "echoPost", {{"body", QVariantMap{{"i", i}}}});
+        SCOPED_TRACE(i);
+        const bool get = i % 2;
+        QVariantMap record{{"body", QVariantMap{{"i", i}}}};
+        if (i % 3 == 0)
+            record.insert("headers", QVariantMap{{"X-Trace", QString::number(i)}});
+        const Observed o = VornTest::run(manager, get ? "echoGet" : "echoPost", record);
         ASSERT_EQ(o.errors, 0);
-        ports.insert(o.map.value("result").toMap().value("port").toInt());
+        const QVariantMap seen = o.map.value("result").toMap();
+        ports.insert(seen.value("port").toInt());
+        EXPECT_EQ(seen.value("method").toString(), get ? "GET" : "POST");
+        EXPECT_EQ(seen.value("trace").toString(), i % 3 == 0 ? QString::number(i) : QString());
+        if (get) {
+            EXPECT_TRUE(seen.value("body").toString().isEmpty());
+            EXPECT_EQ(seen.value("query").toMap().value("i").toString(), QString::number(i));
+        } else {
+            EXPECT_EQ(QJsonDocument::fromJson(seen.value("body").toString().toUtf8()).object(), (QJsonObject{{"i", i}}));
+        }
     }
     EXPECT_EQ(ports.size(), 1) << "client ports seen by the server: " << ports.size();
+}
+
+// A download started after an API POST on the same manager gets the easy
+// handle that the POST used: it must go out as a plain GET, without the
+// POST's body (whose memory is gone by then).
+TEST(HttpApi, downloadAfterAnApiPostIsAPlainGet)
+{
+    auto server = startEchoServer();
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(server->url())));
+    ASSERT_EQ(VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"sn", "VS1"}}}}).errors, 0);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the POST's handle is back
+    const QString file = dir.filePath("echo.json");
+    const Observed o = VornTest::run(manager, "startDownload", {{"urls", server->url() + "/echo"}, {"path", file}});
+    ASSERT_EQ(o.errors, 0) << o.map.value("message").toString().toStdString();
+    QFile saved(file);
+    ASSERT_TRUE(saved.open(QIODevice::ReadOnly));
+    const QJsonObject seen = QJsonDocument::fromJson(saved.readAll()).object().value("result").toObject();
+    EXPECT_EQ(seen.value("method").toString(), "GET");
+    EXPECT_TRUE(seen.value("body").toString().isEmpty());
 }
 
 // Pooled connections that the server closes: while idle (the client keeps

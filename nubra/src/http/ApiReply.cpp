@@ -26,7 +26,7 @@ ApiReply::ApiReply(const QString& name, CurlTransfer* transfer, const QUrl& url,
         m_answer.append(data, int(size));
         return true;
     });
-    connect(m_transfer, &CurlTransfer::completed, this, &ApiReply::transferCompleted);
+    m_transfer->setCompletionHandler([this](int curlCode) { transferCompleted(curlCode); });
 }
 
 bool ApiReply::start() { return m_transfer->start(); }

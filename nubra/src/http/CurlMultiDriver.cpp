@@ -47,38 +47,64 @@ CurlMultiDriver::~CurlMultiDriver()
         delete entry.second.write;
     }
     m_sockets.clear();
-    for (CURL* easy : m_idleHandles)
-        curl_easy_cleanup(easy);
+    for (const IdleHandle& idle : m_idleHandles)
+        curl_easy_cleanup(idle.easy);
     curl_multi_cleanup(m_multi);
 }
 
-CURL* CurlMultiDriver::takeEasyHandle()
+CURL* CurlMultiDriver::takeEasyHandle(bool* standing)
 {
-    CURL* easy = nullptr;
-    if (m_idleHandles.empty()) {
-        easy = curl_easy_init();
-    } else {
-        easy = m_idleHandles.back();
+    if (!m_idleHandles.empty()) {
+        const IdleHandle idle = m_idleHandles.back();
         m_idleHandles.pop_back();
+        *standing = idle.standing;
+        if (idle.standing)
+            return idle.easy;
+        setConnectionCallbacks(idle.easy);
+        return idle.easy;
     }
+    *standing = false;
+    CURL* easy = curl_easy_init();
+    setConnectionCallbacks(easy);
+    return easy;
+}
+
+void CurlMultiDriver::setConnectionCallbacks(CURL* easy)
+{
     // Connections are opened and closed through us, so that their sockets
     // can stay watched between requests (see unwatchSocket()).
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlMultiDriver::openSocketCallback);
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlMultiDriver::closeSocketCallback);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
-    return easy;
 }
 
-void CurlMultiDriver::returnEasyHandle(CURL* easy)
+void CurlMultiDriver::returnEasyHandle(CURL* easy, bool plain)
 {
     constexpr size_t kMaxIdleHandles = 8;
     if (m_idleHandles.size() >= kMaxIdleHandles) {
         curl_easy_cleanup(easy);
         return;
     }
-    curl_easy_reset(easy);
-    m_idleHandles.push_back(easy);
+    if (plain) {
+        // What a plain transfer set for its request alone goes back to
+        // curl's defaults; curl_easy_reset() would also drop the standing
+        // options, which the next transfer would then set again (a reset
+        // and a dozen options per API call).
+        curl_easy_setopt(easy, CURLOPT_PRIVATE, nullptr);
+        curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
+        curl_easy_setopt(easy, CURLOPT_WRITEDATA, nullptr);
+        curl_easy_setopt(easy, CURLOPT_HEADERDATA, nullptr);
+        curl_easy_setopt(easy, CURLOPT_XFERINFODATA, nullptr);
+        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, nullptr);
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, nullptr);
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(-1));
+        curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
+        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 0L);
+    } else {
+        curl_easy_reset(easy);
+    }
+    m_idleHandles.push_back({easy, plain});
 }
 
 bool CurlMultiDriver::add(CurlTransfer* transfer)

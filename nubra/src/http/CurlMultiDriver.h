@@ -31,10 +31,14 @@ public:
     void remove(CurlTransfer* transfer);
 
     // Easy handles are kept for reuse: a fresh one costs allocations and a
-    // new receive buffer for every request.
-    CURL* takeEasyHandle();
-    // Resets the handle's options and keeps it (or cleans it up).
-    void returnEasyHandle(CURL* easy);
+    // new receive buffer for every request. *standing is set when the
+    // handle still carries the options every transfer sets the same way
+    // (returned as plain, see below), so that they need not be set again.
+    CURL* takeEasyHandle(bool* standing);
+    // Keeps the handle for reuse (or cleans it up). A plain handle (an
+    // in-memory GET or POST without extra options) is only cleared of
+    // its per-request options; any other is reset completely.
+    void returnEasyHandle(CURL* easy, bool plain);
 
 private:
     struct SocketWatch {
@@ -52,6 +56,7 @@ private:
     static curl_socket_t openSocketCallback(void* driver, curlsocktype purpose, curl_sockaddr* address);
     static int closeSocketCallback(void* driver, curl_socket_t socket);
     void forgetSocket(curl_socket_t socket);
+    void setConnectionCallbacks(CURL* easy);
 
     void watchSocket(curl_socket_t socket, int what);
     void unwatchSocket(curl_socket_t socket);
@@ -64,7 +69,11 @@ private:
     QTimer m_timer;
     std::unordered_map<curl_socket_t, SocketWatch> m_sockets;
     std::unordered_set<CurlTransfer*> m_active;
-    std::vector<CURL*> m_idleHandles;
+    struct IdleHandle {
+        CURL* easy;
+        bool standing;
+    };
+    std::vector<IdleHandle> m_idleHandles;
     bool m_collectQueued = false;
     bool m_timeoutActionQueued = false;
     bool m_adding = false;

@@ -13,10 +13,16 @@ namespace Nubra {
 CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
     : QObject(parent)
     , m_driver(driver)
-    , m_easy(driver ? driver->takeEasyHandle() : curl_easy_init())
 {
+    bool standing = false;
+    m_easy = driver ? driver->takeEasyHandle(&standing) : curl_easy_init();
     curl_easy_setopt(m_easy, CURLOPT_PRIVATE, this);
     curl_easy_setopt(m_easy, CURLOPT_ERRORBUFFER, m_errorBuffer);
+    curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(m_easy, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(m_easy, CURLOPT_XFERINFODATA, this);
+    if (standing)
+        return; // a plain handle back from an earlier transfer keeps the rest
     curl_easy_setopt(m_easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(m_easy, CURLOPT_TCP_NODELAY, 1L);
     curl_easy_setopt(m_easy, CURLOPT_TCP_KEEPALIVE, 1L);
@@ -29,11 +35,8 @@ CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
     // already.
     curl_easy_setopt(m_easy, CURLOPT_USERAGENT, "nubra/1.0");
     curl_easy_setopt(m_easy, CURLOPT_WRITEFUNCTION, &CurlTransfer::writeCallback);
-    curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, this);
     curl_easy_setopt(m_easy, CURLOPT_HEADERFUNCTION, &CurlTransfer::headerCallback);
-    curl_easy_setopt(m_easy, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(m_easy, CURLOPT_XFERINFOFUNCTION, &CurlTransfer::progressCallback);
-    curl_easy_setopt(m_easy, CURLOPT_XFERINFODATA, this);
     // curl calls the progress function many times per transfer; it is
     // switched on only when someone listens to progress (connectNotify).
 }
@@ -41,8 +44,11 @@ CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
 void CurlTransfer::connectNotify(const QMetaMethod& signal)
 {
     static const QMetaMethod progressSignal = QMetaMethod::fromSignal(&CurlTransfer::progress);
-    if (signal == progressSignal)
+    if (signal == progressSignal) {
+        m_plain = false;
+        m_progressWanted = true;
         curl_easy_setopt(m_easy, CURLOPT_NOPROGRESS, 0L);
+    }
 }
 
 CurlTransfer::~CurlTransfer()
@@ -51,7 +57,7 @@ CurlTransfer::~CurlTransfer()
     // The handle forgets its options (and so the header list) before the
     // list is freed.
     if (m_driver)
-        m_driver->returnEasyHandle(m_easy);
+        m_driver->returnEasyHandle(m_easy, m_plain);
     else
         curl_easy_cleanup(m_easy);
     curl_slist_free_all(m_headers);
@@ -81,6 +87,8 @@ void CurlTransfer::setMethod(const QByteArray& method)
     } else {
         curl_easy_setopt(m_easy, CURLOPT_CUSTOMREQUEST, method.constData());
     }
+    if (method != "GET" && method != "POST")
+        m_plain = false;
 }
 
 void CurlTransfer::addHeader(const QByteArray& name, const QByteArray& value)
@@ -121,6 +129,7 @@ void CurlTransfer::readBodyFromMemory()
 void CurlTransfer::setBodySource(BodySource source, qint64 size)
 {
     m_source = std::move(source);
+    m_plain = false;
     curl_easy_setopt(m_easy, CURLOPT_READFUNCTION, &CurlTransfer::readCallback);
     curl_easy_setopt(m_easy, CURLOPT_READDATA, this);
     curl_easy_setopt(m_easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(size));
@@ -134,12 +143,14 @@ void CurlTransfer::setTimeoutMs(int ms) { curl_easy_setopt(m_easy, CURLOPT_TIMEO
 
 void CurlTransfer::setStallSeconds(int seconds)
 {
+    m_plain = false;
     curl_easy_setopt(m_easy, CURLOPT_LOW_SPEED_LIMIT, seconds > 0 ? 1L : 0L);
     curl_easy_setopt(m_easy, CURLOPT_LOW_SPEED_TIME, long(seconds > 0 ? seconds : 0));
 }
 
 void CurlTransfer::setResumeFrom(qint64 offset)
 {
+    m_plain = false;
     curl_easy_setopt(m_easy, CURLOPT_RESUME_FROM_LARGE, curl_off_t(offset));
 }
 
@@ -148,6 +159,7 @@ void CurlTransfer::setCaFile(const QString& path)
     if (path.isEmpty())
         return;
     m_caFile = path.toLocal8Bit();
+    m_plain = false;
     curl_easy_setopt(m_easy, CURLOPT_CAINFO, m_caFile.constData());
 }
 
@@ -158,11 +170,13 @@ void CurlTransfer::setProxy(const QString& proxy)
     if (proxy.isEmpty())
         return;
     m_proxy = proxy.toUtf8();
+    m_plain = false;
     curl_easy_setopt(m_easy, CURLOPT_PROXY, m_proxy.constData());
 }
 
 void CurlTransfer::setMaxReceiveSpeed(qint64 bytesPerSecond)
 {
+    m_plain = false;
     curl_easy_setopt(m_easy, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t(bytesPerSecond));
 }
 
@@ -213,12 +227,23 @@ void CurlTransfer::complete(CURLcode result)
         curl_easy_getinfo(m_easy, CURLINFO_SSL_VERIFYRESULT, &verify);
         m_sslErrors = sslErrorsFor(result, verify);
     }
-    // A receiver of the final progress may delete the transfer.
-    const QPointer<CurlTransfer> self(this);
-    emitProgress(true);
-    if (self)
+    if (m_progressWanted) {
+        // A receiver of the final progress may delete the transfer.
+        const QPointer<CurlTransfer> self(this);
+        emitProgress(true);
+        if (!self)
+            return;
+    }
+    if (m_completionHandler) {
+        // A copy: the handler may delete this transfer (its owner's reply
+        // can be deleted by whoever hears it finish).
+        const CompletionHandler handler = m_completionHandler;
+        handler(int(result));
+    } else
         emit completed(int(result));
 }
+
+void CurlTransfer::setCompletionHandler(CompletionHandler handler) { m_completionHandler = std::move(handler); }
 
 size_t CurlTransfer::writeCallback(char* data, size_t size, size_t count, void* self)
 {

@@ -29,6 +29,10 @@ public:
     // (0 at the end) or CURL_READFUNC_ABORT.
     using BodySource = std::function<size_t(char* buf, size_t size)>;
 
+    // Called instead of emitting completed(), for an owner that is the
+    // transfer's only listener (cheaper than a connection per request).
+    using CompletionHandler = std::function<void(int curlCode)>;
+
     CurlTransfer(CurlMultiDriver* driver, QObject* parent = nullptr);
     ~CurlTransfer() override;
 
@@ -43,6 +47,7 @@ public:
     // A streamed body of known size (uploads from disk).
     void setBodySource(BodySource source, qint64 size);
     void setBodySink(BodySink sink);
+    void setCompletionHandler(CompletionHandler handler);
     // Time-out of the whole transfer; 0 = none.
     void setTimeoutMs(int ms);
     // Abort when fewer than 1 byte/s moved for this many seconds; 0 = off.
@@ -93,12 +98,17 @@ private:
     QByteArray m_caFile;
     QByteArray m_proxy;
     BodySink m_sink;
+    CompletionHandler m_completionHandler;
     BodySource m_source;
     QByteArray m_responseHeaders; // raw header lines of the last response
     QList<QSslError> m_sslErrors;
     char m_errorBuffer[CURL_ERROR_SIZE] = {};
     bool m_running = false;
     bool m_progressPending = false;
+    bool m_progressWanted = false;
+    // Only per-request options were set: the handle can be reused without
+    // a full reset (see CurlMultiDriver::returnEasyHandle()).
+    bool m_plain = true;
     QElapsedTimer m_clock;
     QElapsedTimer m_progressClock;
     qint64 m_received = 0, m_receiveTotal = 0, m_sent = 0, m_sendTotal = 0;
