@@ -95,6 +95,15 @@ protected:
     virtual void onStop(const QString& item);
     virtual void onAbort(const QString& item);
 
+private Q_SLOTS:
+    // Where the reply hears its own stop()/abort() signals. Connected by
+    // method index: a functor connection would cost an allocation more per
+    // signal, four per reply.
+    void stopEmitted();
+    void stopItemEmitted(const QString& item);
+    void abortEmitted();
+    void abortItemEmitted(const QString& item);
+
 private:
     QString m_requestName;
     int m_status = 0;

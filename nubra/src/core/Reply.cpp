@@ -5,20 +5,49 @@
 
 namespace Nubra {
 
+namespace {
+
+// Method indexes of the four signals and the slots that hear them.
+struct SelfConnections {
+    int pairs[4][2];
+    SelfConnections()
+    {
+        const QMetaObject& meta = Reply::staticMetaObject;
+        const char* names[4][2] = {{"stop()", "stopEmitted()"},
+                                   {"stop(QString)", "stopItemEmitted(QString)"},
+                                   {"abort()", "abortEmitted()"},
+                                   {"abort(QString)", "abortItemEmitted(QString)"}};
+        for (int i = 0; i < 4; ++i) {
+            pairs[i][0] = meta.indexOfSignal(names[i][0]);
+            pairs[i][1] = meta.indexOfSlot(names[i][1]);
+            Q_ASSERT(pairs[i][0] >= 0 && pairs[i][1] >= 0);
+        }
+    }
+};
+
+} // namespace
+
 Reply::Reply(const QString& requestName, QObject* parent)
     : QObject(parent)
     , m_requestName(requestName)
 {
     // stop()/abort() are signals so that anyone can listen to them; the
     // reply itself is the one that acts on them.
-    connect(this, qOverload<>(&Reply::stop), this, [this] { onStop(QString()); });
-    connect(this, qOverload<QString>(&Reply::stop), this, [this](const QString& item) { onStop(item); });
-    connect(this, qOverload<>(&Reply::abort), this, [this] {
-        if (!m_notifyingAbort)
-            onAbort(QString());
-    });
-    connect(this, qOverload<QString>(&Reply::abort), this, [this](const QString& item) { onAbort(item); });
+    static const SelfConnections self;
+    for (const auto& pair : self.pairs)
+        QMetaObject::connect(this, pair[0], this, pair[1], Qt::DirectConnection);
 }
+
+void Reply::stopEmitted() { onStop(QString()); }
+void Reply::stopItemEmitted(const QString& item) { onStop(item); }
+
+void Reply::abortEmitted()
+{
+    if (!m_notifyingAbort)
+        onAbort(QString());
+}
+
+void Reply::abortItemEmitted(const QString& item) { onAbort(item); }
 
 Reply::~Reply() = default;
 
