@@ -240,6 +240,46 @@ void writeValue(QByteArray& out, const QVariant& value, bool inHash)
 
 // Recursive descent over the bytes, building the QVariants directly. It
 // accepts exactly what QJsonDocument accepts, lenient corners included.
+// Answers repeat the same keys and short values ("status", "success",
+// "result", ...) call after call. A small per-thread cache hands out shared
+// copies of recent short ASCII strings instead of allocating each one anew.
+class ShortStringCache {
+public:
+    static constexpr int kMaxLength = 24;
+
+    QString get(const char* text, int length)
+    {
+        if (length == 0 || length > kMaxLength)
+            return QString::fromLatin1(text, length);
+        // FNV-1a over the bytes picks one of the slots.
+        quint32 hash = 2166136261u;
+        for (int i = 0; i < length; ++i)
+            hash = (hash ^ uchar(text[i])) * 16777619u;
+        Slot& slot = m_slots[hash % kSlots];
+        if (slot.length != length || std::memcmp(slot.bytes, text, size_t(length)) != 0) {
+            slot.length = length;
+            std::memcpy(slot.bytes, text, size_t(length));
+            slot.string = QString::fromLatin1(text, length);
+        }
+        return slot.string;
+    }
+
+private:
+    static constexpr int kSlots = 64;
+    struct Slot {
+        int length = -1;
+        char bytes[kMaxLength];
+        QString string;
+    };
+    Slot m_slots[kSlots];
+};
+
+ShortStringCache& shortStrings()
+{
+    static thread_local ShortStringCache cache;
+    return cache;
+}
+
 class Parser {
 public:
     Parser(const char* begin, const char* end) : m_begin(begin), m_p(begin), m_end(end) {}
@@ -395,7 +435,7 @@ private:
         while (m_p != m_end && *m_p != '"' && *m_p != '\\' && uchar(*m_p) < 0x80)
             ++m_p;
         if (m_p != m_end && *m_p == '"') {
-            out = QString::fromLatin1(start, int(m_p - start));
+            out = shortStrings().get(start, int(m_p - start));
             ++m_p;
             return true;
         }

@@ -60,6 +60,8 @@ CurlTransfer::~CurlTransfer()
         m_driver->returnEasyHandle(m_easy, m_plain);
     else
         curl_easy_cleanup(m_easy);
+    if (curl_slist* last = lastOwnHeader())
+        last->next = nullptr;
     curl_slist_free_all(m_headers);
 }
 
@@ -96,7 +98,26 @@ void CurlTransfer::addHeader(const QByteArray& name, const QByteArray& value)
     // "Name;" is curl's way to send a header with an empty value.
     const QByteArray line = value.isEmpty() ? name + ';' : name + ": " + value;
     m_headers = curl_slist_append(m_headers, line.constData());
-    curl_easy_setopt(m_easy, CURLOPT_HTTPHEADER, m_headers);
+}
+
+void CurlTransfer::setSharedHeaders(curl_slist* list) { m_sharedHeaders = list; }
+
+curl_slist* CurlTransfer::lastOwnHeader() const
+{
+    curl_slist* last = m_headers;
+    while (last && last->next && last->next != m_sharedHeaders)
+        last = last->next;
+    return last;
+}
+
+void CurlTransfer::applyHeaders()
+{
+    // The shared list is linked behind our own nodes only while curl may
+    // read it: curl_slist_append() would otherwise append to it, and
+    // curl_slist_free_all() free it.
+    if (curl_slist* last = lastOwnHeader())
+        last->next = m_sharedHeaders;
+    curl_easy_setopt(m_easy, CURLOPT_HTTPHEADER, m_headers ? m_headers : m_sharedHeaders);
 }
 
 void CurlTransfer::setBody(const QByteArray& body)
@@ -186,6 +207,7 @@ bool CurlTransfer::start()
         return false;
     m_clock.start();
     m_progressClock.start();
+    applyHeaders();
     m_running = m_driver->add(this);
     return m_running;
 }

@@ -42,6 +42,9 @@ public:
     void setEncodedUrl(const QByteArray& url);
     void setMethod(const QByteArray& method);
     void addHeader(const QByteArray& name, const QByteArray& value);
+    // Headers sent after those of addHeader(), from a list that outlives
+    // the transfer and is shared by many (not copied, not freed here).
+    void setSharedHeaders(curl_slist* list);
     // An in-memory body (copied).
     void setBody(const QByteArray& body);
     // A streamed body of known size (uploads from disk).
@@ -87,10 +90,13 @@ private:
     void emitProgress(bool force);
     void connectNotify(const QMetaMethod& signal) override;
     void readBodyFromMemory();
+    curl_slist* lastOwnHeader() const;
+    void applyHeaders();
 
     QPointer<CurlMultiDriver> m_driver;
     CURL* m_easy = nullptr;
     curl_slist* m_headers = nullptr;
+    curl_slist* m_sharedHeaders = nullptr;
     QByteArray m_url;
     QByteArray m_method;
     QByteArray m_body;

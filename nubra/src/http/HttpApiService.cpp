@@ -32,6 +32,20 @@ bool isValidHeaderValue(const QString& value)
     return !value.contains(QLatin1Char('\r')) && !value.contains(QLatin1Char('\n'));
 }
 
+// The headers every API request ends with, built once for the life of the
+// process (transfers may outlive any one manager): a request with no
+// headers of its own then allocates none.
+curl_slist* jsonHeaders(bool withBody)
+{
+    static curl_slist* const accept = curl_slist_append(nullptr, "Accept: application/json");
+    static curl_slist* const acceptAndType = [] {
+        curl_slist* list = curl_slist_append(nullptr, "Content-Type: application/json");
+        list->next = accept;
+        return list;
+    }();
+    return withBody ? acceptAndType : accept;
+}
+
 } // namespace
 
 HttpApiService::HttpApiService(const ClientContext& context)
@@ -84,7 +98,7 @@ Reply* HttpApiService::start(const RequestContext& request)
     applyConfig(*transfer, config);
     transfer->setTimeoutMs(ClientConfig::timeoutToMs(request.options.value(QStringLiteral("timeout")),
                                                      config.defaultTimeoutMs()));
-    transfer->addHeader("Accept", "application/json");
+    transfer->setSharedHeaders(jsonHeaders(!isGet));
 
     const QVariantMap headers = request.record.value(QStringLiteral("headers")).toMap();
     for (auto it = headers.begin(); it != headers.end(); ++it) {
@@ -100,10 +114,8 @@ Reply* HttpApiService::start(const RequestContext& request)
     if (!source.isEmpty() && isValidHeaderValue(source))
         transfer->addHeader("X-Nubra-Source", source.toUtf8());
 
-    if (!isGet) {
-        transfer->addHeader("Content-Type", "application/json");
+    if (!isGet)
         transfer->setBody(Json::writeObject(body));
-    }
 
     auto* reply = new ApiReply(request.name, transfer, url, parent);
     if (!reply->start()) {
