@@ -282,7 +282,13 @@ ShortStringCache& shortStrings()
 
 class Parser {
 public:
-    Parser(const char* begin, const char* end) : m_begin(begin), m_p(begin), m_end(end) {}
+    Parser(const char* begin, const char* end)
+        : m_begin(begin)
+        , m_p(begin)
+        , m_end(end)
+        , m_shortStrings(shortStrings()) // one look-up of the thread's cache per document
+    {
+    }
 
     bool parseDocument(QVariantMap& out)
     {
@@ -435,7 +441,7 @@ private:
         while (m_p != m_end && *m_p != '"' && *m_p != '\\' && uchar(*m_p) < 0x80)
             ++m_p;
         if (m_p != m_end && *m_p == '"') {
-            out = shortStrings().get(start, int(m_p - start));
+            out = m_shortStrings.get(start, int(m_p - start));
             ++m_p;
             return true;
         }
@@ -448,6 +454,7 @@ private:
     const char* m_error = "";
     const char* m_errorAt = nullptr;
     int m_depth = 0;
+    ShortStringCache& m_shortStrings;
 };
 
 int hexValue(char c)

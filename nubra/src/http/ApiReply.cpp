@@ -12,13 +12,11 @@ Q_LOGGING_CATEGORY(lcNubraHttp, "nubra.http", QtWarningMsg)
 
 namespace Nubra {
 
-ApiReply::ApiReply(const QString& name, CurlTransfer* transfer, const QUrl& url, QObject* parent)
+ApiReply::ApiReply(const QString& name, CurlMultiDriver* driver, QObject* parent)
     : Reply(name, parent)
-    , m_transfer(transfer)
-    , m_url(url)
+    , m_transfer(driver)
 {
-    m_transfer->setParent(this);
-    m_transfer->setBodySink([this](const char* data, size_t size) {
+    m_transfer.setBodySink([this](const char* data, size_t size) {
         if (m_answer.size() + qint64(size) > kMaxAnswerBytes) {
             m_tooLarge = true;
             return false;
@@ -26,10 +24,10 @@ ApiReply::ApiReply(const QString& name, CurlTransfer* transfer, const QUrl& url,
         m_answer.append(data, int(size));
         return true;
     });
-    m_transfer->setCompletionHandler([this](int curlCode) { transferCompleted(curlCode); });
+    m_transfer.setCompletionHandler([this](int curlCode) { transferCompleted(curlCode); });
 }
 
-bool ApiReply::start() { return m_transfer->start(); }
+bool ApiReply::start() { return m_transfer.start(); }
 
 void ApiReply::onStop(const QString& item)
 {
@@ -41,26 +39,26 @@ void ApiReply::onAbort(const QString& item)
 {
     if (!item.isEmpty() || isFinished())
         return;
-    m_transfer->cancel();
+    m_transfer.cancel();
     failWith(Error::Cancelled, QStringLiteral("request aborted"));
 }
 
 void ApiReply::transferCompleted(int curlCode)
 {
-    const long http = m_transfer->httpStatus();
+    const long http = m_transfer.httpStatus();
     qCDebug(lcNubraHttp).noquote() << requestName() << redactedUrl(m_url) << "->" << http << "curl" << curlCode
-                                   << m_transfer->elapsedMs() << "ms";
+                                   << m_transfer.elapsedMs() << "ms";
     if (curlCode != CURLE_OK) {
         if (m_tooLarge) {
             failWith(Error::InvalidResponse, QStringLiteral("answer larger than %1 bytes").arg(kMaxAnswerBytes));
             return;
         }
         const auto code = errorForCurl(CURLcode(curlCode));
-        const QString text = m_transfer->curlErrorText();
+        const QString text = m_transfer.curlErrorText();
         qCWarning(lcNubraHttp).noquote() << requestName() << "failed:" << Error::describe(code) << "-" << text;
-        if (!m_transfer->sslErrors().isEmpty()) {
+        if (!m_transfer.sslErrors().isEmpty()) {
             const QPointer<ApiReply> self(this);
-            emit sslErrorOccurred(m_transfer->sslErrors());
+            emit sslErrorOccurred(m_transfer.sslErrors());
             if (!self)
                 return; // a receiver deleted the reply
         }

@@ -2,12 +2,12 @@
 
 #include <Nubra/Reply.h>
 
+#include "http/CurlTransfer.h"
+
 #include <QByteArray>
 #include <QUrl>
 
 namespace Nubra {
-
-class CurlTransfer;
 
 // Reply of one JSON API request.
 class ApiReply : public Reply {
@@ -16,8 +16,11 @@ public:
     // Largest answer accepted; a bigger one fails with InvalidResponse.
     static constexpr int kMaxAnswerBytes = 32 * 1024 * 1024;
 
-    ApiReply(const QString& name, CurlTransfer* transfer, const QUrl& url, QObject* parent);
+    ApiReply(const QString& name, CurlMultiDriver* driver, QObject* parent);
 
+    // Set up before start(); owned by the reply (no allocation of its own).
+    CurlTransfer& transfer() { return m_transfer; }
+    void setUrlForLog(const QUrl& url) { m_url = url; }
     bool start();
 
 protected:
@@ -27,10 +30,11 @@ protected:
 private:
     void transferCompleted(int curlCode);
 
-    CurlTransfer* m_transfer;
     QUrl m_url;
     QByteArray m_answer;
     bool m_tooLarge = false;
+    // Last: it dies first, before the answer buffer its sink writes to.
+    CurlTransfer m_transfer;
 };
 
 } // namespace Nubra

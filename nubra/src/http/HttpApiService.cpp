@@ -89,35 +89,36 @@ Reply* HttpApiService::start(const RequestContext& request)
         url.setQuery(query);
     }
 
-    auto* transfer = new CurlTransfer(m_context.curl);
+    auto* reply = new ApiReply(request.name, m_context.curl, parent);
+    reply->setUrlForLog(url);
+    CurlTransfer& transfer = reply->transfer();
     if (prepared)
-        transfer->setEncodedUrl(route->encodedUrl);
+        transfer.setEncodedUrl(route->encodedUrl);
     else
-        transfer->setUrl(url);
-    transfer->setMethod(route->method);
-    applyConfig(*transfer, config);
-    transfer->setTimeoutMs(ClientConfig::timeoutToMs(request.options.value(QStringLiteral("timeout")),
-                                                     config.defaultTimeoutMs()));
-    transfer->setSharedHeaders(jsonHeaders(!isGet));
+        transfer.setUrl(url);
+    transfer.setMethod(route->method);
+    applyConfig(transfer, config);
+    transfer.setTimeoutMs(ClientConfig::timeoutToMs(request.options.value(QStringLiteral("timeout")),
+                                                    config.defaultTimeoutMs()));
+    transfer.setSharedHeaders(jsonHeaders(!isGet));
 
     const QVariantMap headers = request.record.value(QStringLiteral("headers")).toMap();
     for (auto it = headers.begin(); it != headers.end(); ++it) {
         const QString value = it.value().toString();
         if (!isValidHeaderName(it.key()) || !isValidHeaderValue(value)) {
-            delete transfer;
+            delete reply; // not started: nobody has heard of it
             return LocalReply::refused(request.name, Error::InvalidArgument,
                                        QStringLiteral("invalid header \"%1\"").arg(it.key()), parent);
         }
-        transfer->addHeader(it.key().toLatin1(), value.toUtf8());
+        transfer.addHeader(it.key().toLatin1(), value.toUtf8());
     }
     const QString source = request.record.value(QStringLiteral("source")).toString();
     if (!source.isEmpty() && isValidHeaderValue(source))
-        transfer->addHeader("X-Nubra-Source", source.toUtf8());
+        transfer.addHeader("X-Nubra-Source", source.toUtf8());
 
     if (!isGet)
-        transfer->setBody(Json::writeObject(body));
+        transfer.setBody(Json::writeObject(body));
 
-    auto* reply = new ApiReply(request.name, transfer, url, parent);
     if (!reply->start()) {
         reply->setParent(nullptr);
         delete reply;
