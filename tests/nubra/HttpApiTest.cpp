@@ -276,6 +276,90 @@ TEST(HttpApi, downloadAfterAnApiPostIsAPlainGet)
     EXPECT_TRUE(seen.value("body").toString().isEmpty());
 }
 
+namespace {
+
+// Sets an environment variable for the life of the object, then restores it.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const QByteArray& value)
+        : m_name(name)
+        , m_had(qEnvironmentVariableIsSet(name))
+        , m_old(qgetenv(name))
+    {
+        qputenv(name, value);
+    }
+    ~ScopedEnv()
+    {
+        if (m_had)
+            qputenv(m_name, m_old);
+        else
+            qunsetenv(m_name);
+    }
+
+private:
+    const char* m_name;
+    bool m_had;
+    QByteArray m_old;
+};
+
+} // namespace
+
+// A proxy named in the configuration, or in the environment when the
+// configuration is loaded, carries the requests (a forward proxy sees the
+// absolute URL); no_proxy exempts a host; without either they go direct.
+TEST(HttpApi, proxyFromConfigurationOrEnvironment)
+{
+    auto origin = startEchoServer();
+    VornTest::LocalServer<httplib::Server> proxy;
+    proxy.server.Post(".*", [](const httplib::Request& request, httplib::Response& response) {
+        const QJsonObject answer{{"status", "success"},
+                                 {"result", QJsonObject{{"proxiedTarget", QString::fromStdString(request.path)}}}};
+        response.set_content(QJsonDocument(answer).toJson(QJsonDocument::Compact).toStdString(), "application/json");
+    });
+    ASSERT_GT(proxy.start(), 0);
+    const QString target = origin->url() + "/echo";
+    const QByteArray proxyUrl = proxy.url().toUtf8();
+    for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"})
+        ASSERT_TRUE(qEnvironmentVariableIsEmpty(name)) << name << " is set for this test";
+
+    // What a request saw: the target the proxy was asked for, or "" when it
+    // went straight to the origin.
+    const auto proxiedTarget = [](Nubra::Manager& manager) {
+        const Observed o = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"sn", "VS1"}}}});
+        EXPECT_EQ(o.errors, 0) << o.map.value("message").toString().toStdString();
+        const QVariantMap seen = o.map.value("result").toMap();
+        EXPECT_TRUE(seen.contains("proxiedTarget") != seen.contains("method"));
+        return seen.value("proxiedTarget").toString();
+    };
+    QTemporaryDir dir;
+    {
+        SCOPED_TRACE("configured proxy");
+        Nubra::Manager manager;
+        QJsonObject config = echoConfig(origin->url());
+        config.insert("proxy", proxy.url());
+        ASSERT_TRUE(VornTest::configure(manager, dir, config));
+        EXPECT_EQ(proxiedTarget(manager), target);
+    }
+    {
+        SCOPED_TRACE("no proxy anywhere");
+        Nubra::Manager manager;
+        ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(origin->url())));
+        EXPECT_EQ(proxiedTarget(manager), QString());
+        // The environment counts as it is when the configuration loads.
+        const ScopedEnv later("http_proxy", proxyUrl);
+        EXPECT_EQ(proxiedTarget(manager), QString());
+    }
+    {
+        SCOPED_TRACE("http_proxy");
+        const ScopedEnv env("http_proxy", proxyUrl);
+        Nubra::Manager manager;
+        ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(origin->url())));
+        EXPECT_EQ(proxiedTarget(manager), target);
+        const ScopedEnv exempt("no_proxy", "127.0.0.1");
+        EXPECT_EQ(proxiedTarget(manager), QString());
+    }
+}
+
 // Pooled connections that the server closes: while idle (the client keeps
 // watching their sockets between requests) and right after an answer
 // (every second request here). The client neither spins on the dead

@@ -134,6 +134,14 @@ void ClientConfig::rebuildCache()
     const QString ca = m_data.value(QStringLiteral("caFile")).toString();
     m_caFile = ca.isEmpty() ? QString() : resolvePath(ca);
     m_proxy = m_data.value(QStringLiteral("proxy")).toString();
+    // The variables libcurl reads for a proxy (it ignores an upper-case
+    // HTTP_PROXY). Without any of them transfers are told to go direct,
+    // which spares curl reading the environment again for every request.
+    m_environmentProxy = false;
+    for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
+        if (!qEnvironmentVariableIsEmpty(name))
+            m_environmentProxy = true;
+    }
 }
 
 QUrl ClientConfig::join(const QUrl& base, const QString& path)

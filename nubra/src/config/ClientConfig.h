@@ -57,6 +57,9 @@ public:
 
     QString caFile() const;
     QString proxy() const;
+    // Whether the environment named a proxy for curl when this
+    // configuration was loaded (http_proxy, https_proxy, all_proxy...).
+    bool environmentNamesProxy() const { return m_environmentProxy; }
     // A top-level section, e.g. "mqtt", "upgrade", "disk".
     QVariantMap section(const QString& name) const;
     // Resolves a path from the configuration relative to the file's folder.
@@ -75,6 +78,7 @@ private:
     std::optional<QUrl> m_baseUrl;
     QString m_caFile;
     QString m_proxy;
+    bool m_environmentProxy = false;
     QHash<QString, RequestRoute> m_routes;
     QString m_path;
     int m_defaultTimeoutMs = 30000;

@@ -101,6 +101,8 @@ void CurlMultiDriver::returnEasyHandle(CURL* easy, bool plain)
         curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(-1));
         curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
         curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 0L);
+        curl_easy_setopt(easy, CURLOPT_PROXY, nullptr);
+        curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
     } else {
         curl_easy_reset(easy);
     }

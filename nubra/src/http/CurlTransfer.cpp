@@ -195,6 +195,14 @@ void CurlTransfer::setProxy(const QString& proxy)
     curl_easy_setopt(m_easy, CURLOPT_PROXY, m_proxy.constData());
 }
 
+void CurlTransfer::setDirect()
+{
+    // An empty proxy string is curl's "no proxy"; an empty exception list
+    // keeps it from reading no_proxy as well.
+    curl_easy_setopt(m_easy, CURLOPT_PROXY, "");
+    curl_easy_setopt(m_easy, CURLOPT_NOPROXY, "");
+}
+
 void CurlTransfer::setMaxReceiveSpeed(qint64 bytesPerSecond)
 {
     m_plain = false;

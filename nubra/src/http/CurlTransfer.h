@@ -58,6 +58,8 @@ public:
     void setResumeFrom(qint64 offset);
     void setCaFile(const QString& path);
     void setProxy(const QString& proxy);
+    // No proxy, whatever the environment says now.
+    void setDirect();
     // Caps the receive rate (bytes/s); 0 = unlimited.
     void setMaxReceiveSpeed(qint64 bytesPerSecond);
 

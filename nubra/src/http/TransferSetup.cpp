@@ -10,7 +10,10 @@ namespace Nubra {
 void applyConfig(CurlTransfer& transfer, const ClientConfig& config)
 {
     transfer.setCaFile(config.caFile());
-    transfer.setProxy(config.proxy());
+    if (!config.proxy().isEmpty())
+        transfer.setProxy(config.proxy());
+    else if (!config.environmentNamesProxy())
+        transfer.setDirect();
 }
 
 void appendQuery(QUrlQuery& query, const QVariantMap& params)
