@@ -78,6 +78,7 @@ QJsonObject echoConfig(const QString& baseUrl)
                                                 {"echoGet", QJsonObject{{"method", "GET"}, {"path", "/echo"}}},
                                                 {"echoPut", QJsonObject{{"method", "PUT"}, {"path", "/echo"}}},
                                                 {"slow", QJsonObject{{"method", "POST"}, {"path", "/slow"}}},
+                                                {"moved", QJsonObject{{"method", "POST"}, {"path", "/moved"}}},
                                                 {"broken", QJsonObject{{"method", "POST"}, {"path", "/broken"}}}}}};
 }
 
@@ -93,6 +94,9 @@ std::unique_ptr<EchoServer> startEchoServer()
     server->server.Post("/slow", [](const httplib::Request& request, httplib::Response& response) {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
         echo(request, response);
+    });
+    server->server.Post("/moved", [](const httplib::Request& request, httplib::Response& response) {
+        response.set_redirect("/echo?from=" + std::to_string(request.remote_port), 307);
     });
     server->server.Post("/broken", [](const httplib::Request&, httplib::Response& response) {
         response.status = 500;
@@ -255,6 +259,28 @@ TEST(HttpApi, keepAliveReusesConnections)
         }
     }
     EXPECT_EQ(ports.size(), 1) << "client ports seen by the server: " << ports.size();
+}
+
+// A redirect is followed (a 307 keeps the method and body); the endpoint's
+// own URL is unchanged for the requests after it.
+TEST(HttpApi, redirectsAreFollowed)
+{
+    auto server = startEchoServer();
+    QTemporaryDir dir;
+    Nubra::Manager manager;
+    ASSERT_TRUE(VornTest::configure(manager, dir, echoConfig(server->url())));
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(i);
+        const Observed moved = VornTest::run(manager, "moved", {{"body", QVariantMap{{"i", i}}}});
+        ASSERT_EQ(moved.errors, 0) << moved.map.value("message").toString().toStdString();
+        const QVariantMap seen = moved.map.value("result").toMap();
+        EXPECT_EQ(seen.value("method").toString(), "POST");
+        EXPECT_TRUE(seen.value("query").toMap().contains("from"));
+        EXPECT_EQ(QJsonDocument::fromJson(seen.value("body").toString().toUtf8()).object(), (QJsonObject{{"i", i}}));
+        const Observed direct = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"i", i}}}});
+        ASSERT_EQ(direct.errors, 0);
+        EXPECT_FALSE(direct.map.value("result").toMap().value("query").toMap().contains("from"));
+    }
 }
 
 // A download started after an API POST on the same manager gets the easy

@@ -97,6 +97,7 @@ void CurlMultiDriver::returnEasyHandle(CURL* easy, bool plain)
         curl_easy_setopt(easy, CURLOPT_HEADERDATA, nullptr);
         curl_easy_setopt(easy, CURLOPT_XFERINFODATA, nullptr);
         curl_easy_setopt(easy, CURLOPT_HTTPHEADER, nullptr);
+        curl_easy_setopt(easy, CURLOPT_CURLU, nullptr);
         curl_easy_setopt(easy, CURLOPT_POSTFIELDS, nullptr);
         curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(-1));
         curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);

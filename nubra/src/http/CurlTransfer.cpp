@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_map>
 
 namespace Nubra {
 
@@ -70,7 +71,54 @@ void CurlTransfer::setUrl(const QUrl& url) { setEncodedUrl(url.toEncoded()); }
 void CurlTransfer::setEncodedUrl(const QByteArray& url)
 {
     m_url = url;
+    curl_easy_setopt(m_easy, CURLOPT_CURLU, nullptr); // it would win over CURLOPT_URL
     curl_easy_setopt(m_easy, CURLOPT_URL, m_url.constData());
+}
+
+namespace {
+
+// Parsed URLs of the configured endpoints, per thread, for the life of the
+// thread (a transfer may outlive the configuration that named its URL).
+class ParsedUrls {
+public:
+    ~ParsedUrls()
+    {
+        for (auto& entry : m_urls)
+            curl_url_cleanup(entry.second);
+    }
+    CURLU* get(const QByteArray& url)
+    {
+        const auto found = m_urls.find(url);
+        if (found != m_urls.end())
+            return found->second;
+        constexpr size_t kMaxUrls = 512; // far more endpoints than any configuration has
+        if (m_urls.size() >= kMaxUrls)
+            return nullptr;
+        CURLU* parsed = curl_url();
+        if (curl_url_set(parsed, CURLUPART_URL, url.constData(), 0) != CURLUE_OK) {
+            curl_url_cleanup(parsed);
+            return nullptr;
+        }
+        m_urls.emplace(url, parsed);
+        return parsed;
+    }
+
+private:
+    std::unordered_map<QByteArray, CURLU*> m_urls;
+};
+
+} // namespace
+
+void CurlTransfer::setEndpointUrl(const QByteArray& url)
+{
+    // curl parses the URL of every transfer anew; for the few fixed
+    // endpoints of a configuration it can start from a parsed copy.
+    static thread_local ParsedUrls parsed;
+    m_url = url;
+    if (CURLU* handle = parsed.get(url))
+        curl_easy_setopt(m_easy, CURLOPT_CURLU, handle);
+    else
+        curl_easy_setopt(m_easy, CURLOPT_URL, m_url.constData());
 }
 
 void CurlTransfer::setMethod(const QByteArray& method)

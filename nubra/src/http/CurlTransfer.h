@@ -40,6 +40,9 @@ public:
 
     void setUrl(const QUrl& url);
     void setEncodedUrl(const QByteArray& url);
+    // A URL that many transfers use (a configured endpoint): parsed once
+    // per thread and handed to curl as a parsed URL.
+    void setEndpointUrl(const QByteArray& url);
     void setMethod(const QByteArray& method);
     void addHeader(const QByteArray& name, const QByteArray& value);
     // Headers sent after those of addHeader(), from a list that outlives

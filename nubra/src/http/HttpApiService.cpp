@@ -93,7 +93,7 @@ Reply* HttpApiService::start(const RequestContext& request)
     reply->setUrlForLog(url);
     CurlTransfer& transfer = reply->transfer();
     if (prepared)
-        transfer.setEncodedUrl(route->encodedUrl);
+        transfer.setEndpointUrl(route->encodedUrl);
     else
         transfer.setUrl(url);
     transfer.setMethod(route->method);
