@@ -238,8 +238,6 @@ void writeValue(QByteArray& out, const QVariant& value, bool inHash)
 
 // ---------------------------------------------------------------- parsing
 
-// Recursive descent over the bytes, building the QVariants directly. It
-// accepts exactly what QJsonDocument accepts, lenient corners included.
 // Answers repeat the same keys and short values ("status", "success",
 // "result", ...) call after call. A small per-thread cache hands out shared
 // copies of recent short ASCII strings instead of allocating each one anew.
@@ -280,6 +278,8 @@ ShortStringCache& shortStrings()
     return cache;
 }
 
+// Recursive descent over the bytes, building the QVariants directly. It
+// accepts exactly what QJsonDocument accepts, lenient corners included.
 class Parser {
 public:
     Parser(const char* begin, const char* end)

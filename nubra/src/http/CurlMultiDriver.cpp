@@ -54,19 +54,17 @@ CurlMultiDriver::~CurlMultiDriver()
 
 CURL* CurlMultiDriver::takeEasyHandle(bool* standing)
 {
-    if (!m_idleHandles.empty()) {
-        const IdleHandle idle = m_idleHandles.back();
+    IdleHandle taken{nullptr, false};
+    if (m_idleHandles.empty()) {
+        taken.easy = curl_easy_init();
+    } else {
+        taken = m_idleHandles.back();
         m_idleHandles.pop_back();
-        *standing = idle.standing;
-        if (idle.standing)
-            return idle.easy;
-        setConnectionCallbacks(idle.easy);
-        return idle.easy;
     }
-    *standing = false;
-    CURL* easy = curl_easy_init();
-    setConnectionCallbacks(easy);
-    return easy;
+    *standing = taken.standing;
+    if (!taken.standing) // fresh or reset: no options at all yet
+        setConnectionCallbacks(taken.easy);
+    return taken.easy;
 }
 
 void CurlMultiDriver::setConnectionCallbacks(CURL* easy)
