@@ -109,6 +109,8 @@ public:
         m_headers = curl_slist_append(m_headers, "Content-Type: application/json");
         m_headers = curl_slist_append(m_headers, "Accept: application/json");
         curl_easy_setopt(m_easy, CURLOPT_URL, url.c_str());
+        // The client's User-Agent: both sides put the same bytes on the wire.
+        curl_easy_setopt(m_easy, CURLOPT_USERAGENT, "nubra/1.0");
         curl_easy_setopt(m_easy, CURLOPT_HTTPHEADER, m_headers);
         curl_easy_setopt(m_easy, CURLOPT_POSTFIELDS, m_body.c_str());
         curl_easy_setopt(m_easy, CURLOPT_WRITEFUNCTION, &collect);

@@ -1,6 +1,7 @@
 #include "DevCloud.h"
 
 #include "Seed.h"
+#include "StopSignal.h"
 #include "services/MessageService.h"
 #include "services/Services.h"
 
@@ -12,6 +13,12 @@
 #include <QTemporaryDir>
 
 #include <cstdio>
+#include <cstdlib>
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 namespace devcloud {
 
@@ -129,6 +136,53 @@ QJsonObject DevCloud::clientConfig() const
 
 bool DevCloud::serve() { return m_server.listen_after_bind(); }
 
-void DevCloud::stop() { m_server.stop(); }
+namespace {
+
+// Shuts down every open connection to the given local port of this
+// process (the server's own connections: the listening socket has no peer).
+// The server keeps a kept-alive connection open until its keep-alive
+// time-out runs out (5 s), and only then notices that it was stopped;
+// with the connection shut down, the worker reads end-of-file at once.
+void shutDownConnectionsTo(int port)
+{
+    DIR* fds = opendir("/proc/self/fd");
+    if (!fds)
+        return;
+    while (const dirent* entry = readdir(fds)) {
+        char* end = nullptr;
+        const long fd = std::strtol(entry->d_name, &end, 10);
+        if (end == entry->d_name || *end != '\0' || fd == dirfd(fds))
+            continue;
+        sockaddr_storage local{};
+        socklen_t length = sizeof local;
+        if (getsockname(int(fd), reinterpret_cast<sockaddr*>(&local), &length) != 0)
+            continue; // not a socket
+        int localPort = -1;
+        if (local.ss_family == AF_INET)
+            localPort = ntohs(reinterpret_cast<const sockaddr_in&>(local).sin_port);
+        else if (local.ss_family == AF_INET6)
+            localPort = ntohs(reinterpret_cast<const sockaddr_in6&>(local).sin6_port);
+        if (localPort != port)
+            continue;
+        sockaddr_storage peer{};
+        length = sizeof peer;
+        if (getpeername(int(fd), reinterpret_cast<sockaddr*>(&peer), &length) == 0)
+            shutdown(int(fd), SHUT_RDWR);
+    }
+    closedir(fds);
+}
+
+} // namespace
+
+void DevCloud::stop()
+{
+    // Closes the listening socket: no connection is accepted after this.
+    m_server.stop();
+    shutDownConnectionsTo(m_port);
+    // Then the injected waits end, so that no handler holds its worker;
+    // what they answer now finds its connection closed (a client waiting
+    // for a held-back answer sees the connection go, whatever the timing).
+    StopSignal::raise();
+}
 
 } // namespace devcloud

@@ -1,12 +1,12 @@
 #include "Faults.h"
 
 #include "Router.h"
+#include "StopSignal.h"
 
 #include <QStringList>
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 namespace devcloud {
 
@@ -41,8 +41,12 @@ Fault Fault::fromRequest(const httplib::Request& request, const QJsonObject& bod
 
 bool applyFault(const Fault& fault, httplib::Response& response)
 {
-    if (fault.delayMs > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(fault.delayMs));
+    if (fault.delayMs > 0 && !StopSignal::sleepFor(std::chrono::milliseconds(fault.delayMs))) {
+        // The cloud is stopping: its connections are being closed, so no
+        // answer would reach the client anyway.
+        response.status = 503;
+        return true;
+    }
     if (fault.drop) {
         // A chunked provider that gives up at once: the head goes out, then
         // the connection is closed without a body.

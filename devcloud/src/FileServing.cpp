@@ -1,6 +1,7 @@
 #include "FileServing.h"
 
 #include "Router.h"
+#include "StopSignal.h"
 
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <memory>
-#include <thread>
 #include <unistd.h>
 
 namespace devcloud {
@@ -237,7 +237,7 @@ void serveFile(const httplib::Request& request, httplib::Response& response, con
                 if (*sentHere >= fault.stallAfter) {
                     // A peer that went silent: the client's stall detection
                     // has to end this, not the server.
-                    std::this_thread::sleep_for(std::chrono::seconds(10));
+                    StopSignal::sleepFor(std::chrono::seconds(10));
                     return false;
                 }
                 want = std::min(want, fault.stallAfter - *sentHere);
@@ -259,7 +259,7 @@ void serveFile(const httplib::Request& request, httplib::Response& response, con
             *sentHere += got;
             TransferControl::instance().countBytes(key, got, partial);
             if (fault.throttle > 0)
-                std::this_thread::sleep_for(std::chrono::microseconds(got * 1000000 / fault.throttle));
+                return StopSignal::sleepFor(std::chrono::microseconds(got * 1000000 / fault.throttle));
             return true;
         });
 }

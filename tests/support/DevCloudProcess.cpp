@@ -38,16 +38,18 @@ bool DevCloudProcess::start(int timeoutMs)
     return false;
 }
 
-void DevCloudProcess::stop()
+bool DevCloudProcess::stop(int graceMs)
 {
     if (m_process.state() == QProcess::NotRunning)
-        return;
+        return false;
     m_process.terminate();
-    if (!m_process.waitForFinished(10000)) {
+    bool ended = m_process.waitForFinished(graceMs);
+    if (!ended) {
         m_process.kill();
         m_process.waitForFinished(5000);
     }
     m_output += QString::fromUtf8(m_process.readAll());
+    return ended && m_process.exitStatus() == QProcess::NormalExit && m_process.exitCode() == 0;
 }
 
 } // namespace VornTest

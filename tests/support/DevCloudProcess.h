@@ -19,7 +19,9 @@ public:
 
     // Starts and waits (at most timeoutMs) for the "listening on" line.
     bool start(int timeoutMs = 15000);
-    void stop();
+    // Sends SIGTERM and waits at most graceMs for the cloud to end (then
+    // kills it). True when it ended by itself with exit code 0.
+    bool stop(int graceMs = 10000);
 
     QString baseUrl() const { return m_baseUrl; }
     QString configPath() const { return m_dir.path() + QStringLiteral("/config.json"); }
