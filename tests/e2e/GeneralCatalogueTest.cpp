@@ -191,6 +191,18 @@ TEST_F(GeneralCatalogue, faultsBecomeResultCodes)
         QVariantMap viaGet;
         EXPECT_EQ(int(helper()->get(Interface::GetDeviceAction, body, viaGet, c.timeoutMs)), int(c.expected));
     }
+    // A server that stays silent past the caller's time-out gives Timeout,
+    // whatever the length: the client's transfer time-out, set from the same
+    // value, must not end the call first as a transport error. Lengths on
+    // both sides of the switch to a coarse timer at 2 s.
+    for (const int timeoutMs : {1100, 2100}) {
+        SCOPED_TRACE(timeoutMs);
+        QVariantMap result{{"untouched", true}};
+        EXPECT_EQ(int(helper()->post(Interface::GetDeviceAction, {{"sn", kDemoDevice}, {"devcloudFault", "delay=4000"}},
+                                     result, {}, timeoutMs)),
+                  int(NubraCommon::Timeout));
+        EXPECT_EQ(result, (QVariantMap{{"untouched", true}}));
+    }
     // And the cloud still answers normally afterwards.
     QVariantMap result;
     EXPECT_EQ(helper()->post(Interface::GetDeviceAction, {{"sn", kDemoDevice}}, result, {}, kTimeoutMs),

@@ -63,9 +63,21 @@ TEST(ClientConfigTest, timeoutRule)
         {QStringLiteral("soon"), fallback},
         {QVariant(), fallback},
         {1e12, 24 * 3600 * 1000},    // capped at a day
+        {0.0004, 1},                 // rounded up: 0 would mean "no limit" to curl
+        {1000.5, 1001},
+        {QStringLiteral("nan"), fallback},
+        {QStringLiteral("inf"), 24 * 3600 * 1000},
     };
     for (const Case& c : cases)
         EXPECT_EQ(ClientConfig::timeoutToMs(c.value, fallback), c.expectedMs) << c.value.toString().toStdString();
+
+    // A request's own time-out gets a grace, so that a caller's timer of the
+    // same length ends the wait first; without one the default applies as is.
+    EXPECT_EQ(ClientConfig::requestTimeoutMs(QVariant(), fallback), fallback);
+    EXPECT_EQ(ClientConfig::requestTimeoutMs(0, fallback), fallback);
+    EXPECT_EQ(ClientConfig::requestTimeoutMs(1100, fallback), 1100 + 55 + 250);
+    EXPECT_EQ(ClientConfig::requestTimeoutMs(30, fallback), 30000 + 1500 + 250);
+    EXPECT_GT(ClientConfig::requestTimeoutMs(1e12, fallback), 24 * 3600 * 1000);
 }
 
 TEST(ClientConfigTest, fileValidation)

@@ -7,6 +7,10 @@
 #include <QJsonObject>
 #include <QJsonParseError>
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
 namespace Nubra {
 
 namespace {
@@ -21,11 +25,24 @@ int ClientConfig::timeoutToMs(const QVariant& value, int fallbackMs)
 {
     bool ok = false;
     const double number = value.toDouble(&ok);
-    if (!ok || number <= 0)
+    if (!ok || std::isnan(number) || number <= 0)
         return fallbackMs;
-    if (number < 1000)
-        return int(number * 1000);
-    return number > 24.0 * 3600 * 1000 ? 24 * 3600 * 1000 : int(number);
+    constexpr int kOneDayMs = 24 * 3600 * 1000;
+    // Rounded up: a tiny positive time-out must not become 0, which curl
+    // reads as "no limit".
+    const double ms = number < 1000 ? std::ceil(number * 1000) : std::ceil(number);
+    return ms > kOneDayMs ? kOneDayMs : int(ms);
+}
+
+int ClientConfig::requestTimeoutMs(const QVariant& option, int defaultMs)
+{
+    const int callerMs = timeoutToMs(option, -1);
+    if (callerMs < 0)
+        return defaultMs;
+    // Qt's coarse timers may fire up to 5 % late; the quarter second covers
+    // a busy event loop.
+    const qint64 withGrace = qint64(callerMs) + callerMs / 20 + 250;
+    return int(std::min<qint64>(withGrace, std::numeric_limits<int>::max()));
 }
 
 bool ClientConfig::loadFile(const QString& path, Error::ErrorCode* error, QString* message)

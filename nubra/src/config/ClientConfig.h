@@ -70,6 +70,14 @@ public:
     // non-numeric values give fallbackMs.
     static int timeoutToMs(const QVariant& value, int fallbackMs);
 
+    // The transfer time-out of a request whose options may carry the
+    // caller's own "timeout": that time-out plus a grace (a twentieth of it
+    // and a quarter of a second), else defaultMs. A caller that waits with
+    // a timer of the same length (the blocking calls do) then always sees
+    // its own timer fire first, instead of racing the transfer's failure;
+    // the transfer still ends for sure.
+    static int requestTimeoutMs(const QVariant& option, int defaultMs);
+
 private:
     // Parsed once per configuration: every request needs them.
     void rebuildCache();

@@ -98,8 +98,8 @@ Reply* HttpApiService::start(const RequestContext& request)
         transfer.setUrl(url);
     transfer.setMethod(route->method);
     applyConfig(transfer, config);
-    transfer.setTimeoutMs(ClientConfig::timeoutToMs(request.options.value(QStringLiteral("timeout")),
-                                                    config.defaultTimeoutMs()));
+    transfer.setTimeoutMs(ClientConfig::requestTimeoutMs(request.options.value(QStringLiteral("timeout")),
+                                                         config.defaultTimeoutMs()));
     transfer.setSharedHeaders(jsonHeaders(!isGet));
 
     const QVariantMap headers = request.record.value(QStringLiteral("headers")).toMap();
