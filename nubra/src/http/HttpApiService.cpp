@@ -9,7 +9,6 @@
 
 #include <Nubra/Manager.h>
 
-#include <QUrlQuery>
 
 namespace Nubra {
 
@@ -82,11 +81,9 @@ Reply* HttpApiService::start(const RequestContext& request)
                           (!isGet || body.isEmpty());
     QUrl url = prepared ? route->url : ClientConfig::join(*base, route->path);
     if (!prepared) {
-        QUrlQuery query(url);
-        appendQuery(query, params);
+        appendQuery(url, params);
         if (isGet)
-            appendQuery(query, body);
-        url.setQuery(query);
+            appendQuery(url, body);
     }
 
     auto* reply = new ApiReply(request.name, m_context.curl, parent);

@@ -4,6 +4,7 @@
 #include "http/CurlTransfer.h"
 
 #include <QRegularExpression>
+#include <QUrlQuery>
 
 namespace Nubra {
 
@@ -16,16 +17,28 @@ void applyConfig(CurlTransfer& transfer, const ClientConfig& config)
         transfer.setDirect();
 }
 
-void appendQuery(QUrlQuery& query, const QVariantMap& params)
+void appendQuery(QUrl& url, const QVariantMap& params)
 {
+    if (params.isEmpty())
+        return;
+    // Built by hand rather than with QUrlQuery, which leaves '+' as it is
+    // (servers read a bare '+' in a query as a space: "a+b" would arrive as
+    // "a b") and re-encodes the '%' of anything encoded beforehand.
+    QByteArray query = url.query(QUrl::FullyEncoded).toLatin1();
+    const auto add = [&query](const QString& key, const QVariant& value) {
+        if (!query.isEmpty())
+            query += '&';
+        query += QUrl::toPercentEncoding(key) + '=' + QUrl::toPercentEncoding(value.toString());
+    };
     for (auto it = params.begin(); it != params.end(); ++it) {
         if (it.value().type() == QVariant::List || it.value().type() == QVariant::StringList) {
             for (const QVariant& item : it.value().toList())
-                query.addQueryItem(it.key(), item.toString());
+                add(it.key(), item);
         } else {
-            query.addQueryItem(it.key(), it.value().toString());
+            add(it.key(), it.value());
         }
     }
+    url.setQuery(QString::fromLatin1(query), QUrl::StrictMode);
 }
 
 bool isSecretName(const QString& name)

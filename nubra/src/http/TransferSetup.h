@@ -2,7 +2,6 @@
 
 #include <QString>
 #include <QUrl>
-#include <QUrlQuery>
 #include <QVariantMap>
 
 namespace Nubra {
@@ -13,8 +12,9 @@ class CurlTransfer;
 // Settings every HTTP transfer takes from the configuration: CA file, proxy.
 void applyConfig(CurlTransfer& transfer, const ClientConfig& config);
 
-// Appends the entries of a variant map to a query (lists repeat the key).
-void appendQuery(QUrlQuery& query, const QVariantMap& params);
+// Appends the entries of a variant map to the URL's query, every key and
+// value percent-encoded (lists repeat the key).
+void appendQuery(QUrl& url, const QVariantMap& params);
 
 // Header names that carry secrets; their values never reach our logs.
 bool isSecretName(const QString& name);

@@ -10,7 +10,6 @@
 #include <QJsonObject>
 #include <QTimer>
 #include <QFileInfo>
-#include <QUrlQuery>
 
 #include <openssl/evp.h>
 
@@ -212,11 +211,10 @@ void UploadQueueReply::sendFile()
     const QVariantMap disk = m_context.config->section(QStringLiteral("disk"));
     const QString path = disk.value(QStringLiteral("uploadPath"), kDefaultUploadPath).toString();
     QUrl url = withPath(item.baseUrl, path);
-    QUrlQuery query;
-    query.addQueryItem(QStringLiteral("name"), item.name);
+    QVariantMap query{{QStringLiteral("name"), item.name}};
     if (item.spaceId >= 0)
-        query.addQueryItem(QStringLiteral("spaceId"), QString::number(item.spaceId));
-    url.setQuery(query);
+        query.insert(QStringLiteral("spaceId"), item.spaceId);
+    appendQuery(url, query);
 
     CurlTransfer* transfer = newTransfer(url, "PUT");
     transfer->addHeader("Content-Type", "application/octet-stream");
