@@ -79,6 +79,12 @@ TEST(ErrorMap, tlsVerifyResults)
         ASSERT_EQ(errors.size(), 1);
         EXPECT_EQ(errors.first().error(), expected) << verify;
     }
+    // curl's own host-name check leaves an unspecified verify result.
+    const auto misnamed = Nubra::sslErrorsFor(
+        CURLE_PEER_FAILED_VERIFICATION, X509_V_ERR_UNSPECIFIED,
+        "SSL: no alternative certificate subject name matches target host name '127.0.0.1'");
+    ASSERT_EQ(misnamed.size(), 1);
+    EXPECT_EQ(misnamed.first().error(), QSslError::HostNameMismatch);
     const auto badFile = Nubra::sslErrorsFor(CURLE_SSL_CACERT_BADFILE, X509_V_OK);
     ASSERT_EQ(badFile.size(), 1);
     EXPECT_EQ(badFile.first().error(), QSslError::UnableToGetLocalIssuerCertificate);

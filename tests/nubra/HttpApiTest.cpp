@@ -577,4 +577,26 @@ TEST(HttpApi, tlsVerification)
     EXPECT_EQ(accepted.errors, 0) << accepted.map.value("message").toString().toStdString();
     EXPECT_EQ(accepted.sslErrorSignals, 0);
     EXPECT_EQ(accepted.map.value("status").toString(), "success");
+
+    // A trusted certificate for another name: the chain is fine, the name
+    // is not.
+    const QString otherCert = dir.filePath("other.pem"), otherKey = dir.filePath("other-key.pem");
+    ASSERT_EQ(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", otherKey,
+                                            "-out", otherCert, "-days", "2", "-subj", "/CN=localhost", "-addext",
+                                            "subjectAltName=DNS:localhost"}),
+              0);
+    VornTest::LocalServer<httplib::SSLServer> otherServer(otherCert.toLocal8Bit().constData(),
+                                                          otherKey.toLocal8Bit().constData());
+    ASSERT_TRUE(otherServer.server.is_valid());
+    otherServer.server.Post("/echo", echo);
+    ASSERT_GT(otherServer.start(), 0);
+    QJsonObject otherConfig = echoConfig(otherServer.url("https"));
+    otherConfig.insert("caFile", "other.pem");
+    ASSERT_TRUE(VornTest::configure(manager, dir, otherConfig, "other.json"));
+    const Observed misnamed = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"a", 1}}}});
+    EXPECT_EQ(misnamed.errors, 1);
+    EXPECT_EQ(misnamed.error, Error::SslCertificateRejected);
+    ASSERT_EQ(misnamed.sslErrors.size(), 1);
+    EXPECT_EQ(misnamed.sslErrors.first().error(), QSslError::HostNameMismatch)
+        << misnamed.map.value("message").toString().toStdString();
 }

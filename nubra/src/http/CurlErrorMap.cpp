@@ -37,10 +37,16 @@ Error::ErrorCode errorForCurl(CURLcode code)
     }
 }
 
-QList<QSslError> sslErrorsFor(CURLcode code, long verifyResult)
+QList<QSslError> sslErrorsFor(CURLcode code, long verifyResult, const QString& curlMessage)
 {
     if (code == CURLE_SSL_CACERT_BADFILE)
         return {QSslError(QSslError::UnableToGetLocalIssuerCertificate)};
+    // curl checks the host name itself, after OpenSSL accepted the chain,
+    // and then leaves a verify result that says nothing about names (1,
+    // "unspecified", with curl 7.88 and OpenSSL 3); only its text tells.
+    if (curlMessage.contains(QLatin1String("subject name"), Qt::CaseInsensitive) ||
+        curlMessage.contains(QLatin1String("host name"), Qt::CaseInsensitive))
+        return {QSslError(QSslError::HostNameMismatch)};
     switch (verifyResult) {
     case X509_V_OK:
         // curl verified the chain itself but the name did not match.

@@ -303,7 +303,7 @@ void CurlTransfer::complete(CURLcode result)
     if (result == CURLE_PEER_FAILED_VERIFICATION || result == CURLE_SSL_CACERT_BADFILE) {
         long verify = 0;
         curl_easy_getinfo(m_easy, CURLINFO_SSL_VERIFYRESULT, &verify);
-        m_sslErrors = sslErrorsFor(result, verify);
+        m_sslErrors = sslErrorsFor(result, verify, curlErrorText());
     }
     if (m_progressWanted) {
         // A receiver of the final progress may delete the transfer.
