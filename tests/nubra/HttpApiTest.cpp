@@ -64,6 +64,9 @@ void echo(const httplib::Request& request, httplib::Response& response)
         {"token", QString::fromStdString(request.get_header_value("X-Auth-Token"))},
         {"trace", QString::fromStdString(request.get_header_value("X-Trace"))},
         {"contentType", QString::fromStdString(request.get_header_value("Content-Type"))},
+        {"contentTypeCount", int(request.get_header_value_count("Content-Type"))},
+        {"accept", QString::fromStdString(request.get_header_value("Accept"))},
+        {"acceptCount", int(request.get_header_value_count("Accept"))},
         {"query", query},
         {"body", QString::fromStdString(request.body)},
         {"port", request.remote_port}};
@@ -226,6 +229,26 @@ TEST(HttpApi, recordMapsOntoHttp)
             EXPECT_TRUE(seen.value("body").toString().isEmpty());
         }
     }
+    // The caller's own Accept and Content-Type replace the defaults, in any
+    // spelling, instead of going out next to them.
+    for (const char* name : {"echoPost", "echoGet"}) {
+        SCOPED_TRACE(name);
+        const Observed own = VornTest::run(
+            manager, name,
+            {{"headers", QVariantMap{{"content-type", "application/json; charset=utf-8"}, {"ACCEPT", "text/plain"}}},
+             {"body", QVariantMap{{"sn", "VS1"}}}});
+        const QVariantMap seen = own.map.value("result").toMap();
+        EXPECT_EQ(seen.value("acceptCount").toInt(), 1);
+        EXPECT_EQ(seen.value("accept").toString(), "text/plain");
+        EXPECT_EQ(seen.value("contentTypeCount").toInt(), 1);
+        EXPECT_EQ(seen.value("contentType").toString(), "application/json; charset=utf-8");
+    }
+    const QVariantMap defaults = VornTest::run(manager, "echoPost", {{"body", QVariantMap{{"sn", "VS1"}}}})
+                                     .map.value("result").toMap();
+    EXPECT_EQ(defaults.value("accept").toString(), "application/json");
+    EXPECT_EQ(defaults.value("acceptCount").toInt(), 1);
+    EXPECT_EQ(defaults.value("contentTypeCount").toInt(), 1);
+
     // A header that would split the request is refused before sending.
     const Observed bad =
         VornTest::run(manager, "echoPost", {{"headers", QVariantMap{{"X-Trace", "a\r\nX-Injected: 1"}}}});

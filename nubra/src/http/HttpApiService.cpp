@@ -33,16 +33,22 @@ bool isValidHeaderValue(const QString& value)
 
 // The headers every API request ends with, built once for the life of the
 // process (transfers may outlive any one manager): a request with no
-// headers of its own then allocates none.
-curl_slist* jsonHeaders(bool withBody)
+// headers of its own then allocates none. A header the caller gives itself
+// replaces the default one (curl would send both).
+curl_slist* jsonHeaders(bool withBody, bool ownAccept, bool ownType)
 {
     static curl_slist* const accept = curl_slist_append(nullptr, "Accept: application/json");
+    static curl_slist* const typeOnly = curl_slist_append(nullptr, "Content-Type: application/json");
     static curl_slist* const acceptAndType = [] {
         curl_slist* list = curl_slist_append(nullptr, "Content-Type: application/json");
         list->next = accept;
         return list;
     }();
-    return withBody ? acceptAndType : accept;
+    const bool wantAccept = !ownAccept;
+    const bool wantType = withBody && !ownType;
+    if (wantAccept)
+        return wantType ? acceptAndType : accept;
+    return wantType ? typeOnly : nullptr;
 }
 
 } // namespace
@@ -97,9 +103,8 @@ Reply* HttpApiService::start(const RequestContext& request)
     applyConfig(transfer, config);
     transfer.setTimeoutMs(ClientConfig::requestTimeoutMs(request.options.value(QStringLiteral("timeout")),
                                                          config.defaultTimeoutMs()));
-    transfer.setSharedHeaders(jsonHeaders(!isGet));
-
     const QVariantMap headers = request.record.value(QStringLiteral("headers")).toMap();
+    bool ownAccept = false, ownType = false;
     for (auto it = headers.begin(); it != headers.end(); ++it) {
         const QString value = it.value().toString();
         if (!isValidHeaderName(it.key()) || !isValidHeaderValue(value)) {
@@ -107,8 +112,11 @@ Reply* HttpApiService::start(const RequestContext& request)
             return LocalReply::refused(request.name, Error::InvalidArgument,
                                        QStringLiteral("invalid header \"%1\"").arg(it.key()), parent);
         }
+        ownAccept = ownAccept || it.key().compare(QLatin1String("Accept"), Qt::CaseInsensitive) == 0;
+        ownType = ownType || it.key().compare(QLatin1String("Content-Type"), Qt::CaseInsensitive) == 0;
         transfer.addHeader(it.key().toLatin1(), value.toUtf8());
     }
+    transfer.setSharedHeaders(jsonHeaders(!isGet, ownAccept, ownType));
     const QString source = request.record.value(QStringLiteral("source")).toString();
     if (!source.isEmpty() && isValidHeaderValue(source))
         transfer.addHeader("X-Nubra-Source", source.toUtf8());
