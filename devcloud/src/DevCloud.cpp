@@ -22,6 +22,25 @@
 
 namespace devcloud {
 
+namespace {
+
+// The message of an error answer the server makes itself (no handler ran).
+QString errorText(int status)
+{
+    switch (status) {
+    case 400: return QStringLiteral("malformed request");
+    case 404: return QStringLiteral("no such endpoint");
+    case 405: return QStringLiteral("method not allowed here");
+    case 411: return QStringLiteral("a request body needs a Content-Length or chunked transfer encoding");
+    case 413: return QStringLiteral("request too large");
+    case 414: return QStringLiteral("URI too long");
+    case 416: return QStringLiteral("range not satisfiable");
+    default: return QStringLiteral("HTTP error %1").arg(status);
+    }
+}
+
+} // namespace
+
 DevCloud::DevCloud(Options options)
     : m_options(std::move(options))
 {
@@ -76,7 +95,24 @@ bool DevCloud::setUp(QString* error)
         writeJson(response, response.status,
                   {{QStringLiteral("status"), QStringLiteral("failure")},
                    {QStringLiteral("code"), QStringLiteral("http%1").arg(response.status)},
-                   {QStringLiteral("message"), QStringLiteral("no such endpoint")}});
+                   {QStringLiteral("message"), errorText(response.status)}});
+    });
+    // A request with a body but neither a length nor chunks: the HTTP
+    // server would read its body until the client closes the connection,
+    // holding a worker meanwhile (the client waits for an answer, the server
+    // for the end of the body). Refused before the body is read.
+    m_server.set_pre_routing_handler([](const httplib::Request& request, httplib::Response& response) {
+        const bool hasBody = request.method == "POST" || request.method == "PUT" || request.method == "PATCH";
+        if (!hasBody || request.has_header("Content-Length") ||
+            request.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos)
+            return httplib::Server::HandlerResponse::Unhandled;
+        writeJson(response, 411,
+                  {{QStringLiteral("status"), QStringLiteral("failure")},
+                   {QStringLiteral("code"), QStringLiteral("http411")},
+                   {QStringLiteral("message"), errorText(411)}});
+        // Whatever the client sends next is no request of its own.
+        response.set_header("Connection", "close");
+        return httplib::Server::HandlerResponse::Handled;
     });
     if (m_options.port == 0) {
         m_port = m_server.bind_to_any_port(m_options.host.toStdString());

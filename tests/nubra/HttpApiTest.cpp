@@ -6,6 +6,7 @@
 #include "LocalServer.h"
 
 #include <DevCloudProcess.h>
+#include <Waiting.h>
 
 #include <QAbstractEventDispatcher>
 #include <QFile>
@@ -16,6 +17,7 @@
 #include <QProcess>
 #include <QSet>
 #include <QTcpServer>
+#include <QTcpSocket>
 
 #include <gtest/gtest.h>
 
@@ -145,6 +147,8 @@ TEST_F(DevCloudApi, outcomesOfEachFault)
          Error::InvalidResponse, "failure"},
         {"HTTP error without JSON", "getDeviceAction", {{"headers", faultHeader("http=503")}, {"body", device}}, {},
          Error::HttpError, "failure"},
+        {"a fault that cannot be injected is refused (an interim status would never end)", "getDeviceAction",
+         {{"headers", faultHeader("http=100")}, {"body", device}}, {{"timeout", 3}}, Error::NoError, "failure"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -165,6 +169,46 @@ TEST_F(DevCloudApi, outcomesOfEachFault)
     // The client still works after all of them.
     const Observed after = VornTest::run(manager, "getDeviceAction", {{"body", device}});
     EXPECT_EQ(after.map.value("result").toMap().value("modelCode").toString(), "VS-200");
+}
+
+// What the dev cloud answers by itself, to requests no handler can take;
+// each answer comes at once, as JSON.
+TEST_F(DevCloudApi, malformedRequestsGetClearAnswers)
+{
+    struct Case {
+        const char* what;
+        QByteArray request;
+        int status;
+        const char* message;
+    };
+    const Case cases[] = {
+        // Without the refusal the server reads the body until the client
+        // closes, and the client waits for an answer meanwhile.
+        {"body without a length", "POST /api/v1/device/action HTTP/1.1\r\nHost: x\r\n\r\n", 411, "Content-Length"},
+        {"unknown method", "BREW /api/v1/device/action HTTP/1.1\r\nHost: x\r\n\r\n", 400, "malformed request"},
+        {"unknown path", "GET /api/v1/teapot HTTP/1.1\r\nHost: x\r\n\r\n", 404, "no such endpoint"},
+    };
+    const QUrl base(g_cloud->baseUrl());
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        QTcpSocket socket;
+        socket.connectToHost(base.host(), quint16(base.port()));
+        ASSERT_TRUE(socket.waitForConnected(5000));
+        socket.write(c.request);
+        QByteArray answer;
+        VornTest::waitUntil(
+            [&] {
+                answer += socket.readAll();
+                return answer.contains("\r\n\r\n") && answer.endsWith('}');
+            },
+            5000);
+        const int headEnd = answer.indexOf("\r\n\r\n");
+        ASSERT_GT(headEnd, 0) << answer.toStdString();
+        EXPECT_TRUE(answer.startsWith("HTTP/1.1 " + QByteArray::number(c.status))) << answer.toStdString();
+        const QJsonObject json = QJsonDocument::fromJson(answer.mid(headEnd + 4)).object();
+        EXPECT_EQ(json.value("status").toString(), "failure");
+        EXPECT_TRUE(json.value("message").toString().contains(c.message)) << answer.toStdString();
+    }
 }
 
 // Nothing listens on the port: refused, once.
