@@ -9,7 +9,6 @@
 
 #include <Nubra/Manager.h>
 
-
 namespace Nubra {
 
 namespace {
