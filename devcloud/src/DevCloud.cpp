@@ -32,7 +32,7 @@ QString errorText(int status)
     case 404: return QStringLiteral("no such endpoint");
     case 405: return QStringLiteral("method not allowed here");
     case 411: return QStringLiteral("a request body needs a Content-Length or chunked transfer encoding");
-    case 413: return QStringLiteral("request too large");
+    case 413: return QStringLiteral("request body too large");
     case 414: return QStringLiteral("URI too long");
     case 416: return QStringLiteral("range not satisfiable");
     default: return QStringLiteral("HTTP error %1").arg(status);
@@ -101,16 +101,29 @@ bool DevCloud::setUp(QString* error)
     // server would read its body until the client closes the connection,
     // holding a worker meanwhile (the client waits for an answer, the server
     // for the end of the body). Refused before the body is read.
-    m_server.set_pre_routing_handler([](const httplib::Request& request, httplib::Response& response) {
+    //
+    // A JSON endpoint's body is read whole into memory: one announced as
+    // larger than any request of the API is refused before it is read.
+    m_server.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         const bool hasBody = request.method == "POST" || request.method == "PUT" || request.method == "PATCH";
-        if (!hasBody || request.has_header("Content-Length") ||
-            request.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos)
+        if (!hasBody)
             return httplib::Server::HandlerResponse::Unhandled;
-        writeJson(response, 411,
+        int status = 0;
+        if (request.has_header("Content-Length")) {
+            const std::string length = request.get_header_value("Content-Length");
+            if (m_router && m_router->servesPath(request.path) &&
+                std::strtoull(length.c_str(), nullptr, 10) > ApiRouter::kMaxBodyBytes)
+                status = 413;
+        } else if (request.get_header_value("Transfer-Encoding").find("chunked") == std::string::npos) {
+            status = 411;
+        }
+        if (status == 0)
+            return httplib::Server::HandlerResponse::Unhandled;
+        writeJson(response, status,
                   {{QStringLiteral("status"), QStringLiteral("failure")},
-                   {QStringLiteral("code"), QStringLiteral("http411")},
-                   {QStringLiteral("message"), errorText(411)}});
-        // Whatever the client sends next is no request of its own.
+                   {QStringLiteral("code"), QStringLiteral("http%1").arg(status)},
+                   {QStringLiteral("message"), errorText(status)}});
+        // The unread body would otherwise be taken for the next request.
         response.set_header("Connection", "close");
         return httplib::Server::HandlerResponse::Handled;
     });

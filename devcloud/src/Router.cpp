@@ -58,6 +58,7 @@ std::optional<User> ApiRouter::userForToken(const QString& token) const
 void ApiRouter::add(const QString& name, const QString& method, const QString& path, Auth auth, Handler handler)
 {
     m_table.insert(name, QJsonObject{{QStringLiteral("method"), method}, {QStringLiteral("path"), path}});
+    m_paths.insert(path.toStdString());
 
     auto wrapped = [this, auth, handler](const httplib::Request& request, httplib::Response& response) {
         QJsonObject query;

@@ -8,6 +8,8 @@
 
 #include <functional>
 #include <optional>
+#include <set>
+#include <string>
 
 namespace devcloud {
 
@@ -57,6 +59,12 @@ public:
     void add(const QString& name, const QString& method, const QString& path, Auth auth, Handler handler);
     // The "requests" table of the client configuration.
     QJsonObject requestTable() const { return m_table; }
+    // Whether a path is one of the JSON endpoints (their bodies are read
+    // whole into memory, unlike the upload's, which is streamed to disk).
+    bool servesPath(const std::string& path) const { return m_paths.count(path) > 0; }
+
+    // The largest body a JSON endpoint accepts.
+    static constexpr size_t kMaxBodyBytes = 4 * 1024 * 1024;
 
     // Looks a token up; nullopt when missing, unknown or expired.
     std::optional<User> userForToken(const QString& token) const;
@@ -65,6 +73,7 @@ private:
     httplib::Server& m_server;
     Store& m_store;
     QJsonObject m_table;
+    std::set<std::string> m_paths;
 };
 
 } // namespace devcloud

@@ -185,6 +185,10 @@ TEST_F(DevCloudApi, malformedRequestsGetClearAnswers)
         // Without the refusal the server reads the body until the client
         // closes, and the client waits for an answer meanwhile.
         {"body without a length", "POST /api/v1/device/action HTTP/1.1\r\nHost: x\r\n\r\n", 411, "Content-Length"},
+        // Refused before the body is read: JSON bodies are read whole.
+        {"body larger than any API request",
+         "POST /api/v1/device/action HTTP/1.1\r\nHost: x\r\nContent-Length: 300000000\r\n\r\n{", 413,
+         "too large"},
         {"unknown method", "BREW /api/v1/device/action HTTP/1.1\r\nHost: x\r\n\r\n", 400, "malformed request"},
         {"unknown path", "GET /api/v1/teapot HTTP/1.1\r\nHost: x\r\n\r\n", 404, "no such endpoint"},
     };
