@@ -84,18 +84,13 @@ bool DevCloud::setUp(QString* error)
     m_server.set_keep_alive_max_count(100000);
     m_server.set_read_timeout(30, 0);
     m_server.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr) {
-        writeJson(response, 500,
-                  {{QStringLiteral("status"), QStringLiteral("failure")},
-                   {QStringLiteral("code"), QStringLiteral("internal")},
-                   {QStringLiteral("message"), QStringLiteral("internal error")}});
+        writeFailure(response, 500, QStringLiteral("internal"), QStringLiteral("internal error"));
     });
     m_server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
         if (!response.body.empty())
             return;
-        writeJson(response, response.status,
-                  {{QStringLiteral("status"), QStringLiteral("failure")},
-                   {QStringLiteral("code"), QStringLiteral("http%1").arg(response.status)},
-                   {QStringLiteral("message"), errorText(response.status)}});
+        writeFailure(response, response.status, QStringLiteral("http%1").arg(response.status),
+                     errorText(response.status));
     });
     // A request with a body but neither a length nor chunks: the HTTP
     // server would read its body until the client closes the connection,
@@ -119,10 +114,7 @@ bool DevCloud::setUp(QString* error)
         }
         if (status == 0)
             return httplib::Server::HandlerResponse::Unhandled;
-        writeJson(response, status,
-                  {{QStringLiteral("status"), QStringLiteral("failure")},
-                   {QStringLiteral("code"), QStringLiteral("http%1").arg(status)},
-                   {QStringLiteral("message"), errorText(status)}});
+        writeFailure(response, status, QStringLiteral("http%1").arg(status), errorText(status));
         // The unread body would otherwise be taken for the next request.
         response.set_header("Connection", "close");
         return httplib::Server::HandlerResponse::Handled;

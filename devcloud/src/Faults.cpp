@@ -10,6 +10,21 @@
 
 namespace devcloud {
 
+namespace {
+
+void parseHttpStatus(const QString& item, Fault* fault)
+{
+    // Below 200 a status is interim (or not HTTP at all): the client would
+    // wait for a final answer that never comes.
+    const int status = item.mid(5).toInt();
+    if (status >= 200 && status <= 599)
+        fault->httpStatus = status;
+    else
+        fault->error = QStringLiteral("fault \"%1\": the status must be between 200 and 599").arg(item);
+}
+
+} // namespace
+
 Fault Fault::parse(const QString& text)
 {
     Fault fault;
@@ -19,15 +34,8 @@ Fault Fault::parse(const QString& text)
             fault.delayMs = std::clamp(item.mid(6).toInt(), 0, 120000);
         else if (item == QLatin1String("failure"))
             fault.failure = true;
-        else if (item.startsWith(QLatin1String("http="))) {
-            // Below 200 a status is interim (or not HTTP at all): the client
-            // would wait for a final answer that never comes.
-            const int status = item.mid(5).toInt();
-            if (status >= 200 && status <= 599)
-                fault.httpStatus = status;
-            else
-                fault.error = QStringLiteral("fault \"%1\": the status must be between 200 and 599").arg(item);
-        }
+        else if (item.startsWith(QLatin1String("http=")))
+            parseHttpStatus(item, &fault);
         else if (item == QLatin1String("nonjson"))
             fault.nonJson = true;
         else if (item == QLatin1String("drop"))
@@ -49,10 +57,7 @@ Fault Fault::fromRequest(const httplib::Request& request, const QJsonObject& bod
 bool applyFault(const Fault& fault, httplib::Response& response)
 {
     if (!fault.error.isEmpty()) {
-        writeJson(response, 400,
-                  {{QStringLiteral("status"), QStringLiteral("failure")},
-                   {QStringLiteral("code"), QStringLiteral("badFault")},
-                   {QStringLiteral("message"), fault.error}});
+        writeFailure(response, 400, QStringLiteral("badFault"), fault.error);
         return true;
     }
     if (fault.delayMs > 0 && !StopSignal::sleepFor(std::chrono::milliseconds(fault.delayMs))) {
@@ -79,10 +84,7 @@ bool applyFault(const Fault& fault, httplib::Response& response)
         return true;
     }
     if (fault.failure) {
-        writeJson(response, 200,
-                  {{QStringLiteral("status"), QStringLiteral("failure")},
-                   {QStringLiteral("code"), QStringLiteral("injected")},
-                   {QStringLiteral("message"), QStringLiteral("failure injected by request")}});
+        writeFailure(response, 200, QStringLiteral("injected"), QStringLiteral("failure injected by request"));
         return true;
     }
     return false;

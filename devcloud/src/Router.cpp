@@ -27,12 +27,17 @@ void replySuccess(ApiCall& call, const QJsonValue& result)
     writeJson(call.response, 200, {{QStringLiteral("status"), QStringLiteral("success")}, {QStringLiteral("result"), result}});
 }
 
-void replyFailure(ApiCall& call, int httpStatus, const QString& code, const QString& message)
+void writeFailure(httplib::Response& response, int httpStatus, const QString& code, const QString& message)
 {
-    writeJson(call.response, httpStatus,
+    writeJson(response, httpStatus,
               {{QStringLiteral("status"), QStringLiteral("failure")},
                {QStringLiteral("code"), code},
                {QStringLiteral("message"), message}});
+}
+
+void replyFailure(ApiCall& call, int httpStatus, const QString& code, const QString& message)
+{
+    writeFailure(call.response, httpStatus, code, message);
 }
 
 ApiRouter::ApiRouter(httplib::Server& server, Store& store)
@@ -72,10 +77,8 @@ void ApiRouter::add(const QString& name, const QString& method, const QString& p
             QJsonParseError error{};
             const QJsonDocument doc = QJsonDocument::fromJson(QByteArray::fromStdString(request.body), &error);
             if (error.error != QJsonParseError::NoError || !doc.isObject()) {
-                writeJson(response, 400,
-                          {{QStringLiteral("status"), QStringLiteral("failure")},
-                           {QStringLiteral("code"), QStringLiteral("badRequest")},
-                           {QStringLiteral("message"), QStringLiteral("request body must be a JSON object")}});
+                writeFailure(response, 400, QStringLiteral("badRequest"),
+                             QStringLiteral("request body must be a JSON object"));
                 return;
             }
             body = doc.object();

@@ -44,6 +44,7 @@ void replySuccess(ApiCall& call, const QJsonValue& result);
 // real HTTP status.
 void replyFailure(ApiCall& call, int httpStatus, const QString& code, const QString& message);
 // Same for code that has only the response at hand.
+void writeFailure(httplib::Response& response, int httpStatus, const QString& code, const QString& message);
 void writeJson(httplib::Response& response, int httpStatus, const QJsonObject& object);
 
 // Registers the JSON API routes and remembers, for each request name, the

@@ -20,12 +20,6 @@ void raise()
     g_wake.notify_all();
 }
 
-bool raised()
-{
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_raised;
-}
-
 bool sleepFor(std::chrono::microseconds duration)
 {
     std::unique_lock<std::mutex> lock(g_mutex);

@@ -10,7 +10,6 @@ namespace devcloud::StopSignal {
 
 // Marks the cloud as stopping and wakes every sleeper.
 void raise();
-bool raised();
 
 // Sleeps for the duration unless the cloud stops first. Returns false when
 // the cloud is stopping (at once, if it already was).
