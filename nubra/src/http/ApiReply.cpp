@@ -1,10 +1,12 @@
 #include "http/ApiReply.h"
 
-#include "core/JsonCodec.h"
 #include "http/CurlErrorMap.h"
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
 #include <QLoggingCategory>
 #include <QPointer>
 
@@ -65,9 +67,10 @@ void ApiReply::transferCompleted(int curlCode)
         failWith(code, text.isEmpty() ? Error::describe(code) : text, {{QStringLiteral("httpStatus"), int(http)}});
         return;
     }
-    QVariantMap answer;
-    if (Json::parseObject(m_answer, &answer, nullptr)) {
-        finishWith(answer);
+    QJsonParseError parseError{};
+    const QJsonDocument answer = QJsonDocument::fromJson(m_answer, &parseError);
+    if (parseError.error == QJsonParseError::NoError && answer.isObject()) {
+        finishWith(answer.object().toVariantMap());
         return;
     }
     if (http >= 400) {

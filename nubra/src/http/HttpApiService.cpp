@@ -1,13 +1,15 @@
 #include "http/HttpApiService.h"
 
 #include "config/ClientConfig.h"
-#include "core/JsonCodec.h"
 #include "core/LocalReply.h"
 #include "http/ApiReply.h"
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 
 #include <Nubra/Manager.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
 
 namespace Nubra {
 
@@ -121,7 +123,7 @@ Reply* HttpApiService::start(const RequestContext& request)
         transfer.addHeader("X-Nubra-Source", source.toUtf8());
 
     if (!isGet)
-        transfer.setBody(Json::writeObject(body));
+        transfer.setBody(QJsonDocument(QJsonObject::fromVariantMap(body)).toJson(QJsonDocument::Compact));
 
     if (!reply->start()) {
         reply->setParent(nullptr);

@@ -1,7 +1,8 @@
 #include "mqtt/MessagePayload.h"
 
-#include "core/JsonCodec.h"
-
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
 #include <QTextCodec>
 
 namespace Nubra {
@@ -26,9 +27,10 @@ QVariantMap decodeMessagePayload(const QByteArray& payload)
                                       || payload[first] == '\r'))
         ++first;
     if (first < payload.size() && payload[first] == '{') {
-        QVariantMap object;
-        if (Json::parseObject(payload, &object, nullptr))
-            return object;
+        QJsonParseError parseError{};
+        const QJsonDocument document = QJsonDocument::fromJson(payload, &parseError);
+        if (parseError.error == QJsonParseError::NoError && document.isObject())
+            return document.object().toVariantMap();
     }
     if (isValidUtf8(payload))
         return {{QStringLiteral("payload"), QString::fromUtf8(payload)}, {QStringLiteral("encoding"), QStringLiteral("utf8")}};

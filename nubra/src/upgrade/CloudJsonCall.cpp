@@ -1,11 +1,13 @@
 #include "upgrade/CloudJsonCall.h"
 
 #include "config/ClientConfig.h"
-#include "core/JsonCodec.h"
 #include "http/CurlErrorMap.h"
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
 
 namespace Nubra {
 
@@ -54,7 +56,7 @@ void CloudJsonCall::start()
     transfer->setTimeoutMs(m_context.config->defaultTimeoutMs());
     transfer->addHeader("Accept", "application/json");
     transfer->addHeader("Content-Type", "application/json");
-    transfer->setBody(Json::writeObject(m_body));
+    transfer->setBody(QJsonDocument(QJsonObject::fromVariantMap(m_body)).toJson(QJsonDocument::Compact));
     transfer->setBodySink([this](const char* data, size_t size) {
         if (m_answer.size() + qint64(size) > kMaxAnswerBytes)
             return false;
@@ -86,12 +88,14 @@ void CloudJsonCall::completed(int curlCode)
         report(code, text.isEmpty() ? Error::describe(code) : text, {});
         return;
     }
-    QVariantMap answer;
-    if (!Json::parseObject(m_answer, &answer, nullptr)) {
+    QJsonParseError parseError{};
+    const QJsonDocument document = QJsonDocument::fromJson(m_answer, &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
         report(http >= 400 ? Error::HttpError : Error::InvalidResponse,
                QStringLiteral("answer is not a JSON object (HTTP %1)").arg(http), {});
         return;
     }
+    const QVariantMap answer = document.object().toVariantMap();
     if (answer.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
         const QString message = answer.value(QStringLiteral("message")).toString();
         report(http >= 400 ? Error::HttpError : Error::ProtocolErrorOther,
