@@ -4,48 +4,60 @@
 
 #include <Nubra/Reply.h>
 
-#include <QEventLoop>
 #include <QTimer>
 
-namespace LocalWait {
-
-void startTimeout(const QPointer<QEventLoop>& loop, int ms, Qt::TimerType type, NubraCommon::ErrorCode& code)
+LocalWait::LocalWait(QObject* parent) : m_loop(new QEventLoop(parent))
 {
-    // A context-bound QTimer::singleShot would stay registered until it
-    // expires: at thousands of calls per second with a 10 s time-out, tens
-    // of thousands of dead timers in the thread's timer list.
-    auto* timer = new QTimer(loop);
+}
+
+void LocalWait::startTimeout(int ms, Qt::TimerType type, std::function<void()> onTimeout)
+{
+    auto* timer = new QTimer(m_loop);
     timer->setSingleShot(true);
     timer->setTimerType(type);
-    QObject::connect(timer, &QTimer::timeout, loop, [loop, &code] {
-        if (loop && loop->isRunning()) {
-            code = NubraCommon::Timeout;
-            loop->quit();
-        }
+    const Handle loop = handle();
+    QObject::connect(timer, &QTimer::timeout, m_loop, [loop, onTimeout = std::move(onTimeout)] {
+        if (!loop.isRunning())
+            return;
+        loop.quit();
+        onTimeout();
     });
     timer->start(ms);
 }
 
-void quitOnError(Nubra::Reply* reply, const QPointer<QEventLoop>& loop, NubraCommon::ErrorCode& code,
-                 const char* logText)
+void LocalWait::quitOnError(Nubra::Reply* reply, NubraCommon::ErrorCode& code, const char* logText) const
 {
+    const Handle loop = handle();
     QObject::connect(
         reply, &Nubra::Reply::errorOccurred, reply,
         [loop, &code, logText](Nubra::Error::ErrorCode error) {
-            if (!loop || !loop->isRunning())
+            if (!loop.isRunning())
                 return;
             VORN_LOG << logText << int(error);
             code = NubraCommon::TransportError;
-            loop->quit();
+            loop.quit();
         },
         Qt::DirectConnection);
 }
 
-void release(QEventLoop* loop, Nubra::Reply* reply)
+void LocalWait::exec(QEventLoop::ProcessEventsFlags flags)
 {
-    loop->deleteLater();
+    m_loop->exec(flags);
+}
+
+void LocalWait::deleteLoopLater()
+{
+    if (m_loop)
+        m_loop->deleteLater();
+}
+
+void LocalWait::deleteLoopNow()
+{
+    delete m_loop.data();
+}
+
+void LocalWait::releaseReply(Nubra::Reply* reply)
+{
     reply->blockSignals(true);
     reply->deleteLater();
 }
-
-} // namespace LocalWait

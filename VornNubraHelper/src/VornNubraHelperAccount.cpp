@@ -3,12 +3,12 @@
 
 #include "VornNubraHelper.h"
 
+#include "LocalWait.h"
+
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
 
 #include <QDebug>
-#include <QEventLoop>
-#include <QPointer>
 
 #include <stdexcept>
 
@@ -144,14 +144,16 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
         return;
     }
 
-    // Heap loop behind a guarded pointer: a finished() that arrives after
-    // this call returned finds the loop gone and leaves result alone.
-    QPointer<QEventLoop> loop = new QEventLoop;
+    // No time-out: the wait lasts until the reply finishes. A finished()
+    // that arrives after this call returned finds the loop gone and leaves
+    // result alone.
+    LocalWait wait;
+    const LocalWait::Handle loop = wait.handle();
     QObject::connect(
         reply, &Nubra::Reply::finished, reply,
         [loop, &result](const QVariantMap& data) {
             QVariantMap copy = data;
-            if (!loop || !loop->isRunning())
+            if (!loop.isRunning())
                 return;
             // Inserting lookup: an answer without "status" reaches the
             // caller with an empty "status" entry.
@@ -159,7 +161,7 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
             if (answerStatus.toString() != QLatin1String("success"))
                 qDebug() << "VornCloudDiskRequest finished error " << copy;
             result = copy;
-            loop->quit();
+            loop.quit();
         },
         Qt::DirectConnection);
     QObject::connect(reply, &Nubra::Reply::uploadProgress, reply, [this, value](qint64 bytesSent, qint64 bytesTotal) {
@@ -168,11 +170,9 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
             emit uploadProgress(bytesSent, bytesTotal);
     });
 
-    loop->exec(QEventLoop::ExcludeUserInputEvents);
+    wait.exec(QEventLoop::ExcludeUserInputEvents);
 
-    if (loop)
-        loop->deleteLater();
-    reply->blockSignals(true);
-    reply->deleteLater();
+    wait.deleteLoopLater();
+    LocalWait::releaseReply(reply);
     qDebug() << "VornCloudDiskRequest interface " << name << " finished";
 }

@@ -10,8 +10,6 @@
 #include <Nubra/Reply.h>
 
 #include <QDebug>
-#include <QEventLoop>
-#include <QPointer>
 
 #include <functional>
 
@@ -36,18 +34,18 @@ ErrorCode waitForReply(Nubra::Reply* reply, const QString& name, int interfaceVa
     VORN_LOG << variant.startLog << name.toUtf8().constData();
     reply->setProperty(variant.property, interfaceValue);
 
-    // The loop lives on the heap behind a guarded pointer: a handler that
-    // runs after this call returned finds it gone (or not running) and does
-    // nothing, instead of touching a dead stack frame.
-    QPointer<QEventLoop> loop = new QEventLoop;
+    // A handler that runs after this call returned finds the loop gone (or
+    // not running) and does nothing, instead of touching a dead stack frame.
+    LocalWait wait;
+    const LocalWait::Handle loop = wait.handle();
     ErrorCode code = NubraCommon::Success;
 
-    LocalWait::startTimeout(loop, timeout, timeout < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer, code);
+    wait.startTimeout(timeout, LocalWait::defaultTimerType(timeout), [&code] { code = NubraCommon::Timeout; });
 
     QObject::connect(
         reply, &Nubra::Reply::finished, reply,
         [loop, &code, &variant](const QVariantMap& answer) {
-            if (!loop || !loop->isRunning())
+            if (!loop.isRunning())
                 return;
             if (answer.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
                 if (variant.logFailure)
@@ -58,15 +56,16 @@ ErrorCode waitForReply(Nubra::Reply* reply, const QString& name, int interfaceVa
                 VORN_LOG << variant.successLog;
                 variant.store(answer);
             }
-            loop->quit();
+            loop.quit();
         },
         Qt::DirectConnection);
 
-    LocalWait::quitOnError(reply, loop, code, variant.errorLog);
+    wait.quitOnError(reply, code, variant.errorLog);
 
-    loop->exec(QEventLoop::ExcludeUserInputEvents);
+    wait.exec(QEventLoop::ExcludeUserInputEvents);
 
-    LocalWait::release(loop, reply);
+    wait.deleteLoopLater();
+    LocalWait::releaseReply(reply);
     return code;
 }
 

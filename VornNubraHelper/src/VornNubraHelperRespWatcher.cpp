@@ -1,5 +1,6 @@
 #include "VornNubraHelperRespWatcher.h"
 
+#include "LocalWait.h"
 #include "VornNubraHelper.h"
 
 #include <Nubra/Manager.h>
@@ -203,8 +204,11 @@ bool CallBack::process()
     } else {
         qDebug() << "requesting______" << info.name;
         if (mode == VornNubraHelperRespWatcher::Sync) {
-            loop = new QEventLoop(this);
-            loop->exec();
+            // The loop is a child of this object and goes with it; finished()
+            // ends it through the member, and there is no time-out.
+            LocalWait wait(this);
+            loop = wait.loop();
+            wait.exec(QEventLoop::AllEvents);
         }
     }
     processed = true;

@@ -3,14 +3,11 @@
 
 #include "VornNubraHelper.h"
 
+#include "LocalWait.h"
 #include "VornLog.h"
 
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
-
-#include <QEventLoop>
-#include <QPointer>
-#include <QTimer>
 
 namespace {
 
@@ -50,7 +47,8 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
         return NubraCommon::RequestRejected;
     }
 
-    QPointer<QEventLoop> loop = new QEventLoop;
+    LocalWait wait;
+    const LocalWait::Handle loop = wait.handle();
     qint8 result = 0;
 
     // Every clean-up that ends a wait early drops the session and both replies.
@@ -61,11 +59,8 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
         m_subscribeReply.reset();
     };
 
-    QTimer::singleShot(timeoutMs, loop, [this, loop, &result, dropSession] {
-        if (!loop || !loop->isRunning())
-            return;
+    wait.startTimeout(timeoutMs, LocalWait::defaultTimerType(timeoutMs), [this, &result, dropSession] {
         result = NubraCommon::Timeout;
-        loop->quit();
         if (!m_serverConnected)
             dropSession();
     });
@@ -75,25 +70,25 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
     auto onAbort = [this, loop, dropSession] {
         VORN_LOG << "Nubra Subscribe Disconnected";
         m_serverConnected = false;
-        if (loop && loop->isRunning()) {
-            loop->quit();
+        if (loop.isRunning()) {
+            loop.quit();
             dropSession();
         }
     };
     auto onConnectError = [this, loop, dropSession](Nubra::Error::ErrorCode code) {
         VORN_LOG << "Nubra Subscribe errorOccurred" << int(code);
         m_serverConnected = false;
-        if (loop && loop->isRunning()) {
-            loop->quit();
+        if (loop.isRunning()) {
+            loop.quit();
             dropSession();
         }
     };
 
     const QList<QVariant> topicsCopy = topics;
     QObject::connect(
-        m_connectReply.data(), &Nubra::Reply::finished, loop,
+        m_connectReply.data(), &Nubra::Reply::finished, wait.loop(),
         [this, loop, topicsCopy, onAbort, onConnectError, dropSession](const QVariantMap&) {
-            if (!loop || !loop->isRunning())
+            if (!loop.isRunning())
                 return;
             m_abortConnection = QObject::connect(m_connectReply.data(), qOverload<>(&Nubra::Reply::abort), this,
                                                  onAbort, Qt::DirectConnection);
@@ -105,8 +100,8 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
             m_subscribeReply =
                 holdReply(m_manager->request(QStringLiteral("subscribe"), subscribeRecord, QVariantMap()));
             if (m_subscribeReply && m_subscribeReply->status() != 0) {
-                if (loop->isRunning())
-                    loop->quit();
+                if (loop.isRunning())
+                    loop.quit();
                 dropSession();
             }
             if (m_subscribeReply) {
@@ -131,20 +126,20 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
     // subscription ends by the time-out.
     if (m_subscribeReply) {
         QObject::connect(
-            m_subscribeReply.data(), &Nubra::Reply::errorOccurred, loop,
+            m_subscribeReply.data(), &Nubra::Reply::errorOccurred, wait.loop(),
             [loop, &result, dropSession](Nubra::Error::ErrorCode code) {
-                if (!loop || !loop->isRunning())
+                if (!loop.isRunning())
                     return;
                 VORN_LOG << "Nubra Subscribe ErrorOccurred: " << int(code);
                 result = NubraCommon::SubscribeFailed;
-                loop->quit();
+                loop.quit();
                 dropSession();
             },
             Qt::DirectConnection);
     }
 
-    loop->exec();
-    loop->deleteLater();
+    wait.exec(QEventLoop::AllEvents);
+    wait.deleteLoopLater();
     VORN_LOG << "Nubra Subscribe end.";
     return result;
 }

@@ -10,8 +10,6 @@
 #include <Nubra/Reply.h>
 
 #include <QDebug>
-#include <QEventLoop>
-#include <QPointer>
 #include <QTimer>
 #include <QVariantList>
 
@@ -28,31 +26,33 @@ constexpr int kReplyWaitMs = 15000;
 ErrorCode waitForUpgradeReply(Nubra::Manager* manager, Nubra::Reply* reply,
                               const std::function<void(const QVariantMap& answer, ErrorCode& code)>& onSuccess)
 {
-    // Heap loop behind a guarded pointer: a handler that fires after this
-    // call returned sees a null or stopped loop and does nothing.
-    QPointer<QEventLoop> loop = new QEventLoop;
+    // A handler that fires after this call returned sees a null or stopped
+    // loop and does nothing.
+    LocalWait wait;
+    const LocalWait::Handle loop = wait.handle();
     ErrorCode code = NubraCommon::Success;
 
-    LocalWait::startTimeout(loop, kReplyWaitMs, Qt::CoarseTimer, code);
+    wait.startTimeout(kReplyWaitMs, Qt::CoarseTimer, [&code] { code = NubraCommon::Timeout; });
 
     QObject::connect(
         reply, &Nubra::Reply::finished, manager,
         [loop, &code, &onSuccess](const QVariantMap& answer) {
-            if (!loop || !loop->isRunning())
+            if (!loop.isRunning())
                 return;
             if (answer.value(QStringLiteral("status")).toString() != QLatin1String("success"))
                 code = NubraCommon::ResponseFailed;
             else
                 onSuccess(answer, code);
-            loop->quit();
+            loop.quit();
         },
         Qt::AutoConnection);
 
-    LocalWait::quitOnError(reply, loop, code, "Nubra Get ErrorOccurred: ");
+    wait.quitOnError(reply, code, "Nubra Get ErrorOccurred: ");
 
-    loop->exec(QEventLoop::ExcludeUserInputEvents);
+    wait.exec(QEventLoop::ExcludeUserInputEvents);
 
-    LocalWait::release(loop, reply);
+    wait.deleteLoopLater();
+    LocalWait::releaseReply(reply);
     return code;
 }
 
@@ -100,13 +100,14 @@ NubraCommon::ErrorCode VornNubraHelper::checkSoftwareUpgrade(const QString& mode
         return NubraCommon::NoManager;
 
     if (!m_upgradeConfigured) {
-        QPointer<QEventLoop> loop = new QEventLoop;
+        LocalWait wait;
+        const LocalWait::Handle loop = wait.handle();
         Nubra::Reply* configReply =
             m_manager->setConfigData(QVariantMap{{QStringLiteral("timeout"), 3}}, QVariantMap());
         if (!configReply || configReply->status() != 0) {
             VORN_LOG << "set config  fail" << (configReply ? configReply->status() : -1);
             m_upgradeConfigured = false;
-            delete loop.data();
+            wait.deleteLoopNow();
             releaseReply(configReply);
             return NubraCommon::RequestRejected;
         }
@@ -118,16 +119,15 @@ NubraCommon::ErrorCode VornNubraHelper::checkSoftwareUpgrade(const QString& mode
                     m_upgradeConfigured = false;
                     VORN_LOG << "init fail" << configReply->status();
                 }
-                if (loop)
-                    loop->quit();
+                if (loop.exists())
+                    loop.quit();
             },
             Qt::DirectConnection);
         // No time-out here: the check waits as long as the configuration
         // takes, and goes on whatever the answer said.
-        loop->exec(QEventLoop::AllEvents);
-        delete loop.data();
-        configReply->blockSignals(true);
-        configReply->deleteLater();
+        wait.exec(QEventLoop::AllEvents);
+        wait.deleteLoopNow();
+        LocalWait::releaseReply(configReply);
     }
 
     Nubra::Reply* reply = m_manager->request(QStringLiteral("autoUpgrade:checkUpgrade"),
@@ -151,7 +151,10 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
 
     const QVariantMap item{{QStringLiteral("modelCode"), modelCode}, {QStringLiteral("version"), version}};
     const QVariantMap body{{QStringLiteral("upgrades"), QVariantList{item}}};
-    QEventLoop loop;
+    // The loop goes when this call returns (deleteLoopNow at the end), and
+    // the handlers that quit it are disconnected before.
+    LocalWait wait;
+    QEventLoop* const loop = wait.loop();
 
     // Stored at once: a pause from inside the wait reaches the reply here.
     m_downloadReply = QSharedPointer<Nubra::Reply>(
@@ -161,7 +164,8 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
                 reply->deleteLater();
         });
     if (!m_downloadReply || m_downloadReply->status() != 0) {
-        loop.quit();
+        loop->quit();
+        wait.deleteLoopNow();
         return NubraCommon::RequestRejected;
     }
 
@@ -172,7 +176,7 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
     Nubra::Reply* reply = m_downloadReply.data();
     const QMetaObject::Connection finishedConnection = QObject::connect(
         reply, &Nubra::Reply::finished, reply,
-        [&loop, &succeeded](const QVariantMap& answer) {
+        [loop, &succeeded](const QVariantMap& answer) {
             if (answer.value(QStringLiteral("status")).toString() == QLatin1String("success")) {
                 qDebug() << "startDownloadSoftware success." << answer;
                 succeeded = true;
@@ -180,7 +184,7 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
                 qDebug() << "startDownloadSoftware fail." << answer;
                 succeeded = false;
             }
-            loop.quit();
+            loop->quit();
         },
         Qt::DirectConnection);
     const QMetaObject::Connection errorConnection = QObject::connect(
@@ -196,11 +200,11 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
         },
         Qt::DirectConnection);
     const QMetaObject::Connection quitConnection = QObject::connect(
-        VornNubraHelper::getInstance(), &VornNubraHelper::quitDownloadLoop, &loop, [&loop] { loop.quit(); },
+        VornNubraHelper::getInstance(), &VornNubraHelper::quitDownloadLoop, loop, [loop] { loop->quit(); },
         Qt::DirectConnection);
 
     // All events allowed: the user must be able to press pause.
-    loop.exec(QEventLoop::AllEvents);
+    wait.exec(QEventLoop::AllEvents);
 
     m_downloadLoopEnded = true;
     QObject::disconnect(finishedConnection);
@@ -213,6 +217,7 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
         emit downloadSuccess();
     else
         emit downloadFail();
+    wait.deleteLoopNow();
     return NubraCommon::Success;
 }
 
