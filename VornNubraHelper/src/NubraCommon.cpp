@@ -28,26 +28,30 @@ std::map<Interface, const QVariantMap> createInterfaceMap()
     const QString token = QStringLiteral("X-Auth-Token");
     const QString body = QStringLiteral("body");
     const QString params = QStringLiteral("params");
+    // Marker values are empty strings, not null ones: kept for compatibility
+    // with applications built against this interface (a null string would
+    // make QVariant::isNull true for them).
+    const QString marker = QString::fromLatin1("");
 
     // "maxPtach" is the key the cloud's upgrade request really checks; it is
     // not a typo to fix here.
     return {
         {Interface::FetchCountries, {{name, QStringLiteral("fetchCountries")}}},
         {Interface::GetUserProfile,
-         {{name, QStringLiteral("getUserProfile")}, {token, QString()}, {body, keyList({"userID"})}}},
+         {{name, QStringLiteral("getUserProfile")}, {token, marker}, {body, keyList({"userID"})}}},
         {Interface::GetDeviceAction, {{name, QStringLiteral("getDeviceAction")}, {body, keyList({"sn"})}}},
         {Interface::Upgrade,
          {{name, QStringLiteral("upgrade")},
           {body, keyList({"checkModels", "checkModulars", "maxPtach", "modelCode", "osType", "versionType"})}}},
         {Interface::RestoreScanFactorySettings,
-         {{name, QStringLiteral("restoreScanFactorySettings")}, {token, QString()}, {body, keyList({"sn"})}}},
+         {{name, QStringLiteral("restoreScanFactorySettings")}, {token, marker}, {body, keyList({"sn"})}}},
         {Interface::UserLogin, userLoginSource()},
         {Interface::ParseScanPackage,
          {{name, QStringLiteral("parseScanPackage")},
-          {token, QString()},
+          {token, marker},
           {body, keyList({"sn", "bucket", "dfsID"})}}},
-        {Interface::ListFAPackageInstance, {{name, QStringLiteral("listFAPackageInstance")}, {token, QString()}}},
-        {Interface::AuthToken, {{name, QStringLiteral("authToken")}, {params, QString()}}},
+        {Interface::ListFAPackageInstance, {{name, QStringLiteral("listFAPackageInstance")}, {token, marker}}},
+        {Interface::AuthToken, {{name, QStringLiteral("authToken")}, {params, marker}}},
     };
 }
 

@@ -130,8 +130,8 @@ std::size_t decodeTail(const unsigned char* in, std::size_t size, char* out)
 
 std::unique_ptr<VornAes::BlockCipher> aes128(const std::string& key)
 {
-    const std::string expanded = VornAes::expandKey(AESEncryption::Aes128, key);
-    return VornAes::makeBlockCipher(VornAes::fastestAvailable(), reinterpret_cast<const std::uint8_t*>(expanded.data()),
+    const VornAes::ExpandedKey expanded(AESEncryption::Aes128, key);
+    return VornAes::makeBlockCipher(VornAes::fastestAvailable(), expanded.roundKeys(),
                                     VornAes::roundsOf(AESEncryption::Aes128));
 }
 
@@ -167,13 +167,8 @@ std::string restore(const std::string& key, const std::string& text)
     const std::size_t blocks = remaining / VornAes::kBlockSize;
     cipher->decryptBlocks(data + deciphered, data + deciphered, blocks);
     deciphered += blocks * VornAes::kBlockSize;
-    if (const std::size_t tail = written - deciphered) {
-        // A short last block is deciphered as if zero-extended, as the cipher does.
-        std::uint8_t last[VornAes::kBlockSize] = {};
-        std::memcpy(last, data + deciphered, tail);
-        cipher->decryptBlocks(last, last, 1);
-        std::memcpy(data + deciphered, last, tail);
-    }
+    if (const std::size_t tail = written - deciphered)
+        cipher->decryptShortBlock(data + deciphered, data + deciphered, tail);
     return out;
 }
 

@@ -4,8 +4,10 @@
 
 // The protected-data codec: AES-128 in ECB mode with zero padding under a
 // built-in 16-byte key, then standard base64 ("=" padding, no line breaks).
-// Every std::string here is a byte string. All members are static,
-// reentrant and never throw for any input.
+// Every std::string here is a byte string. All members are static and
+// reentrant. None throws for any text; the one exception is the two-argument
+// global_deserialize, which throws std::out_of_range (from the key
+// schedule's bounds-checked read) for a caller's key shorter than 16 bytes.
 //
 // Protected text of n input bytes is 4 * ceil(m / 3) characters long, m
 // being n rounded up to a multiple of 16 (an empty input gives an empty

@@ -44,10 +44,16 @@ TEST(Catalogue, generalEntries)
         const auto it = map.find(Interface(c.value));
         ASSERT_NE(it, map.end());
         EXPECT_EQ(it->second, c.templ);
-        // Markers are strings, and "body" is a list of string variants.
+        // Markers are empty strings, not null ones (QString compares the two
+        // equal; QVariant::isNull and QString::isNull tell them apart), and
+        // "body" is a list of string variants.
         for (const QString& marker : {token, params}) {
             if (it->second.contains(marker)) {
-                EXPECT_EQ(it->second.value(marker).type(), QVariant::String);
+                const QVariant value = it->second.value(marker);
+                EXPECT_EQ(value.type(), QVariant::String);
+                EXPECT_TRUE(value.toString().isEmpty());
+                EXPECT_FALSE(value.isNull()) << qPrintable(marker);
+                EXPECT_FALSE(value.toString().isNull()) << qPrintable(marker);
             }
         }
         if (it->second.contains(body)) {

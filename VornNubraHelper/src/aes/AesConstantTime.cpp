@@ -231,12 +231,7 @@ public:
         }
     }
 
-    ~ConstantTimeCipher() override
-    {
-        volatile u64* p = &m_keys[0][0];
-        for (std::size_t i = 0; i < sizeof(m_keys) / sizeof(u64); ++i)
-            p[i] = 0;
-    }
+    ~ConstantTimeCipher() override { wipe(m_keys, sizeof m_keys); }
 
     void encryptBlocks(const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) const override
     {

@@ -1,6 +1,9 @@
-// Chooses the AES implementation at run time.
+// Chooses the AES implementation at run time; what every implementation
+// shares (the short-block rule, wiping key material).
 
 #include "AesImplementation.h"
+
+#include <cstring>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
@@ -54,6 +57,31 @@ Implementation fastestAvailable()
     static const Implementation chosen =
         isAvailable(Implementation::AesNi) ? Implementation::AesNi : Implementation::ConstantTime;
     return chosen;
+}
+
+void BlockCipher::decryptShortBlock(const std::uint8_t* in, std::uint8_t* out, std::size_t size) const
+{
+    std::uint8_t last[kBlockSize] = {};
+    std::memcpy(last, in, size);
+    decryptBlocks(last, last, 1);
+    std::memcpy(out, last, size);
+    wipe(last, sizeof last);
+}
+
+void wipe(void* data, std::size_t size)
+{
+    volatile auto* bytes = static_cast<volatile unsigned char*>(data);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = 0;
+}
+
+ExpandedKey::ExpandedKey(AESEncryption::Aes level, const std::string& key) : m_bytes(expandKey(level, key))
+{
+}
+
+ExpandedKey::~ExpandedKey()
+{
+    wipe(&m_bytes[0], m_bytes.size());
 }
 
 std::unique_ptr<BlockCipher> makeBlockCipher(Implementation implementation, const std::uint8_t* roundKeys,

@@ -28,6 +28,29 @@ public:
     virtual ~BlockCipher() = default;
     virtual void encryptBlocks(const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) const = 0;
     virtual void decryptBlocks(const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) const = 0;
+
+    // The short-block rule of every decryption here: a last block of fewer
+    // than 16 bytes (`size`) is deciphered as if zero-extended and yields as
+    // many bytes as it had, so a decoded text is always as long as its input.
+    void decryptShortBlock(const std::uint8_t* in, std::uint8_t* out, std::size_t size) const;
+};
+
+// Overwrites key material so that it does not stay behind in freed memory;
+// the writes go through a volatile pointer and cannot be optimised away.
+void wipe(void* data, std::size_t size);
+
+// An expanded key (see expandKey) that is wiped when it goes.
+class ExpandedKey {
+public:
+    ExpandedKey(AESEncryption::Aes level, const std::string& key);
+    ~ExpandedKey();
+    ExpandedKey(const ExpandedKey&) = delete;
+    ExpandedKey& operator=(const ExpandedKey&) = delete;
+
+    const std::uint8_t* roundKeys() const { return reinterpret_cast<const std::uint8_t*>(m_bytes.data()); }
+
+private:
+    std::string m_bytes;
 };
 
 bool isAvailable(Implementation implementation);
@@ -52,8 +75,9 @@ std::uint32_t subWordConstantTime(std::uint32_t word);
 int roundsOf(AESEncryption::Aes level);
 
 // The key schedule, byte-identical to AESEncryption::expandKey: the schedule
-// followed by any key bytes beyond the level's length. Throws
-// std::out_of_range for a key shorter than the level needs.
+// followed by any key bytes beyond the level's length. A key shorter than
+// the level needs fails as the reference's bounds-checked reads fail: with
+// the standard library's own std::out_of_range from std::string::at.
 std::string expandKey(AESEncryption::Aes level, const std::string& key);
 
 // AESEncryption::Crypt / Decrypt on a chosen implementation.

@@ -4,7 +4,6 @@
 #include "AesImplementation.h"
 
 #include <cstring>
-#include <stdexcept>
 
 namespace VornAes {
 
@@ -25,11 +24,18 @@ std::string expandKey(AESEncryption::Aes level, const std::string& key)
     const int rounds = roundsOf(level);
     const int nk = rounds - 6; // key words: 4, 6 or 8
     const std::size_t keyLen = static_cast<std::size_t>(4 * nk);
-    if (key.size() < keyLen)
-        throw std::out_of_range("AES key shorter than the key size requires");
+    if (key.size() < keyLen) {
+        // The reference reads the last key word first, byte by byte with
+        // at(): the same reads give the same exception and message.
+        for (std::size_t i = keyLen - 4; i < keyLen; ++i)
+            static_cast<void>(key.at(i));
+    }
 
     const int words = 4 * (rounds + 1);
     std::string result(static_cast<std::size_t>(4 * words), '\0');
+    // Room for the key's extra bytes up front: a reallocation would leave a
+    // copy of the schedule in freed memory (see ExpandedKey).
+    result.reserve(result.size() + key.size() - keyLen);
     std::memcpy(&result[0], key.data(), keyLen);
     std::uint8_t rcon = 0x01;
     for (int i = nk; i < words; ++i) {

@@ -50,12 +50,12 @@ std::string crypt(Implementation implementation, AESEncryption::Aes level, AESEn
                   const std::string& rawText, const std::string& key, const std::string& iv,
                   AESEncryption::Padding padding)
 {
-    const std::string expanded = expandKey(level, key);
+    const ExpandedKey expanded(level, key);
     if (mode != AESEncryption::Ecb && iv.size() != kBlockSize)
         return std::string();
     if (!isKnownMode(mode))
         return std::string();
-    const auto cipher = makeBlockCipher(implementation, bytes(expanded), roundsOf(level));
+    const auto cipher = makeBlockCipher(implementation, expanded.roundKeys(), roundsOf(level));
     if (!cipher)
         return std::string();
 
@@ -120,12 +120,12 @@ std::string crypt(Implementation implementation, AESEncryption::Aes level, AESEn
 std::string decrypt(Implementation implementation, AESEncryption::Aes level, AESEncryption::Mode mode,
                     const std::string& rawText, const std::string& key, const std::string& iv)
 {
-    const std::string expanded = expandKey(level, key);
+    const ExpandedKey expanded(level, key);
     if (mode != AESEncryption::Ecb && iv.size() != kBlockSize)
         return std::string();
     if (!isKnownMode(mode))
         return std::string();
-    const auto cipher = makeBlockCipher(implementation, bytes(expanded), roundsOf(level));
+    const auto cipher = makeBlockCipher(implementation, expanded.roundKeys(), roundsOf(level));
     if (!cipher)
         return std::string();
 
@@ -137,27 +137,20 @@ std::string decrypt(Implementation implementation, AESEncryption::Aes level, AES
         return out;
     const std::uint8_t* in = bytes(rawText);
     std::uint8_t* data = bytes(out);
-    // A short last block is deciphered as if zero-extended and yields as many
-    // bytes as it had: the output is always as long as the input.
-    std::uint8_t last[kBlockSize] = {};
-    std::memcpy(last, in + full * kBlockSize, tail);
 
     switch (mode) {
     case AESEncryption::Ecb:
         cipher->decryptBlocks(in, data, full);
-        if (tail) {
-            cipher->decryptBlocks(last, last, 1);
-            std::memcpy(data + full * kBlockSize, last, tail);
-        }
+        if (tail)
+            cipher->decryptShortBlock(in + full * kBlockSize, data + full * kBlockSize, tail);
         break;
     case AESEncryption::Cbc:
         cipher->decryptBlocks(in, data, full);
         for (std::size_t b = 0; b < full; ++b)
             xorInto(data + b * kBlockSize, b == 0 ? bytes(iv) : in + (b - 1) * kBlockSize, kBlockSize);
         if (tail) {
-            cipher->decryptBlocks(last, last, 1);
-            xorInto(last, full == 0 ? bytes(iv) : in + (full - 1) * kBlockSize, tail);
-            std::memcpy(data + full * kBlockSize, last, tail);
+            cipher->decryptShortBlock(in + full * kBlockSize, data + full * kBlockSize, tail);
+            xorInto(data + full * kBlockSize, full == 0 ? bytes(iv) : in + (full - 1) * kBlockSize, tail);
         }
         break;
     case AESEncryption::Cfb: {

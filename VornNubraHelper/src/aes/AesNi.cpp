@@ -1,7 +1,10 @@
-// AES with the x86 AES instructions. This file is compiled with -maes
-// -msse4.1, so nothing in it may run before the caller has checked the
-// processor (isAvailable in AesImplementation.cpp, which is compiled
-// without those flags).
+// AES with the x86 AES instructions. Only the functions marked
+// VORN_AESNI_TARGET may use them (the compiler's target attribute, per
+// function, instead of -maes for the whole file: inline code the compiler
+// emits here, from headers or templates, then stays plain x86 and cannot
+// carry those instructions into other call paths). None of them may run
+// before the caller has checked the processor (isAvailable in
+// AesImplementation.cpp).
 //
 // Independent blocks go through the pipeline eight at a time: one AESENC has
 // a latency of several cycles but a throughput of one or two per cycle. The
@@ -14,6 +17,9 @@
 #include <wmmintrin.h>
 #include <smmintrin.h>
 
+// The processor support isAvailable checks for (cpuid: AES and SSE4.1).
+#define VORN_AESNI_TARGET __attribute__((target("aes,sse4.1")))
+
 namespace VornAes {
 namespace {
 
@@ -21,7 +27,7 @@ constexpr std::size_t kLanes = 8;
 
 class AesNiCipher final : public BlockCipher {
 public:
-    AesNiCipher(const std::uint8_t* roundKeys, int rounds) : m_rounds(rounds)
+    VORN_AESNI_TARGET AesNiCipher(const std::uint8_t* roundKeys, int rounds) : m_rounds(rounds)
     {
         for (int k = 0; k <= rounds; ++k)
             m_enc[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(roundKeys + 16 * k));
@@ -34,16 +40,11 @@ public:
 
     ~AesNiCipher() override
     {
-        // Round keys are key material: do not leave them in freed memory.
-        volatile __m128i* enc = m_enc;
-        volatile __m128i* dec = m_dec;
-        for (int k = 0; k < 15; ++k) {
-            enc[k] = __m128i{};
-            dec[k] = __m128i{};
-        }
+        wipe(m_enc, sizeof m_enc);
+        wipe(m_dec, sizeof m_dec);
     }
 
-    void encryptBlocks(const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) const override
+    VORN_AESNI_TARGET void encryptBlocks(const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) const override
     {
         const __m128i* src = reinterpret_cast<const __m128i*>(in);
         __m128i* dst = reinterpret_cast<__m128i*>(out);
@@ -68,7 +69,7 @@ public:
         }
     }
 
-    void decryptBlocks(const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) const override
+    VORN_AESNI_TARGET void decryptBlocks(const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) const override
     {
         const __m128i* src = reinterpret_cast<const __m128i*>(in);
         __m128i* dst = reinterpret_cast<__m128i*>(out);
