@@ -198,6 +198,13 @@ int ClientConfig::stallSeconds() const
     return ms < 1000 ? 1 : ms / 1000;
 }
 
+qint64 ClientConfig::minimumRate() const
+{
+    bool ok = false;
+    const qint64 rate = m_data.value(QStringLiteral("minimumRate")).toLongLong(&ok);
+    return ok && rate > 0 ? rate : kDefaultMinimumRate;
+}
+
 QString ClientConfig::caFile() const { return m_caFile; }
 
 QString ClientConfig::proxy() const { return m_proxy; }

@@ -54,6 +54,10 @@ public:
     void setDefaultTimeout(const QVariant& value);
     // Stall period of long transfers (no byte moved), in seconds.
     int stallSeconds() const;
+    // The lowest average rate (bytes/s) over the stall period that keeps a
+    // long transfer going ("minimumRate", default kDefaultMinimumRate).
+    qint64 minimumRate() const;
+    static constexpr qint64 kDefaultMinimumRate = 1024;
 
     QString caFile() const;
     QString proxy() const;

@@ -55,16 +55,16 @@ void ApiReply::transferCompleted(int curlCode)
             failWith(Error::InvalidResponse, QStringLiteral("answer larger than %1 bytes").arg(kMaxAnswerBytes));
             return;
         }
-        const auto code = errorForCurl(CURLcode(curlCode));
-        const QString text = m_transfer.curlErrorText();
-        qCWarning(lcNubraHttp).noquote() << requestName() << "failed:" << Error::describe(code) << "-" << text;
+        const auto failure = m_transfer.failure(curlCode);
+        qCWarning(lcNubraHttp).noquote() << requestName() << "failed:" << Error::describe(failure.code) << "-"
+                                         << failure.message;
         if (!m_transfer.sslErrors().isEmpty()) {
             const QPointer<ApiReply> self(this);
             emit sslErrorOccurred(m_transfer.sslErrors());
             if (!self)
                 return; // a receiver deleted the reply
         }
-        failWith(code, text.isEmpty() ? Error::describe(code) : text, {{QStringLiteral("httpStatus"), int(http)}});
+        failWith(failure.code, failure.message, {{QStringLiteral("httpStatus"), int(http)}});
         return;
     }
     QJsonParseError parseError{};

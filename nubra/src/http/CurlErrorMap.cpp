@@ -31,6 +31,8 @@ Error::ErrorCode errorForCurl(CURLcode code)
     case CURLE_UNSUPPORTED_PROTOCOL: return Error::InvalidArgument;
     case CURLE_RANGE_ERROR:
     case CURLE_BAD_DOWNLOAD_RESUME: return Error::RemoteChanged;
+    case CURLE_FILESIZE_EXCEEDED: return Error::IntegrityCheckFailed;
+    case CURLE_TOO_MANY_REDIRECTS:
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_BAD_CONTENT_ENCODING: return Error::ProtocolErrorOther;
     default: return Error::NetworkErrorOther;

@@ -27,8 +27,16 @@ CurlTransfer::CurlTransfer(CurlMultiDriver* driver, QObject* parent)
     curl_easy_setopt(m_easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(m_easy, CURLOPT_TCP_NODELAY, 1L);
     curl_easy_setopt(m_easy, CURLOPT_TCP_KEEPALIVE, 1L);
+    // Only http and https, for the first request and for redirects: curl
+    // would otherwise speak file, ftp, gopher and a dozen more to whatever a
+    // URL from the cloud or a Location names. Redirects are bounded, checked
+    // before they are followed (checkHeaderLine), and never carry credentials
+    // to another host.
+    curl_easy_setopt(m_easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(m_easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(m_easy, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(m_easy, CURLOPT_MAXREDIRS, 5L);
+    curl_easy_setopt(m_easy, CURLOPT_UNRESTRICTED_AUTH, 0L);
     curl_easy_setopt(m_easy, CURLOPT_CONNECTTIMEOUT_MS, 10000L);
     // No Accept-Encoding: for the small JSON answers of the API, compressing
     // costs the server more than it saves (measured against nubra-devcloud:
@@ -210,11 +218,24 @@ void CurlTransfer::setBodySink(BodySink sink) { m_sink = std::move(sink); }
 
 void CurlTransfer::setTimeoutMs(int ms) { curl_easy_setopt(m_easy, CURLOPT_TIMEOUT_MS, long(ms > 0 ? ms : 0)); }
 
-void CurlTransfer::setStallSeconds(int seconds)
+void CurlTransfer::setStallLimit(int seconds, qint64 minBytesPerSecond)
 {
     m_plain = false;
-    curl_easy_setopt(m_easy, CURLOPT_LOW_SPEED_LIMIT, seconds > 0 ? 1L : 0L);
+    const long limit = seconds > 0 ? long(qMax<qint64>(1, minBytesPerSecond)) : 0L;
+    m_stall.configure(qint64(qMax(0, seconds)) * 1000, limit);
+    // curl's own check stays on as a second line: with it set, curl wakes
+    // the transfer every second even when no byte arrives, which is what
+    // lets the progress function (and so m_stall) see a silent peer.
+    curl_easy_setopt(m_easy, CURLOPT_LOW_SPEED_LIMIT, limit);
     curl_easy_setopt(m_easy, CURLOPT_LOW_SPEED_TIME, long(seconds > 0 ? seconds : 0));
+    if (seconds > 0)
+        curl_easy_setopt(m_easy, CURLOPT_NOPROGRESS, 0L);
+}
+
+void CurlTransfer::setMaxAnswerBytes(qint64 bytes)
+{
+    m_plain = false;
+    curl_easy_setopt(m_easy, CURLOPT_MAXFILESIZE_LARGE, curl_off_t(bytes > 0 ? bytes : 0));
 }
 
 void CurlTransfer::setResumeFrom(qint64 offset)
@@ -261,6 +282,9 @@ bool CurlTransfer::start()
 {
     if (m_running || !m_driver)
         return false;
+    m_refusal = {Error::NoError, QString()};
+    m_headStatus = 0;
+    m_stall.reset();
     m_clock.start();
     m_progressClock.start();
     applyHeaders();
@@ -321,6 +345,15 @@ void CurlTransfer::complete(CURLcode result)
         emit completed(int(result));
 }
 
+CurlTransfer::Failure CurlTransfer::failure(int curlCode) const
+{
+    if (m_refusal.code != Error::NoError)
+        return m_refusal;
+    const Error::ErrorCode code = errorForCurl(CURLcode(curlCode));
+    const QString text = curlErrorText();
+    return {code, text.isEmpty() ? Error::describe(code) : text};
+}
+
 void CurlTransfer::setCompletionHandler(CompletionHandler handler) { m_completionHandler = std::move(handler); }
 
 size_t CurlTransfer::writeCallback(char* data, size_t size, size_t count, void* self)
@@ -344,17 +377,46 @@ size_t CurlTransfer::headerCallback(char* data, size_t size, size_t count, void*
 {
     auto* transfer = static_cast<CurlTransfer*>(self);
     const size_t bytes = size * count;
-    if (bytes >= 5 && std::memcmp(data, "HTTP/", 5) == 0)
+    if (bytes >= 5 && std::memcmp(data, "HTTP/", 5) == 0) {
         transfer->m_responseHeaders.clear(); // a new response (redirect, 100-continue)
-    else if (bytes > 2)
+        // "HTTP/1.1 302 Found": the code follows the first space.
+        const QByteArray line(data, int(bytes));
+        transfer->m_headStatus = line.mid(line.indexOf(' ') + 1, 3).toLong();
+    } else if (bytes > 2) {
         transfer->m_responseHeaders.append(data, int(bytes));
+        if (!transfer->checkHeaderLine(data, bytes))
+            return 0; // curl fails with CURLE_WRITE_ERROR; failure() says why
+    }
     return bytes;
+}
+
+bool CurlTransfer::checkHeaderLine(const char* data, size_t size)
+{
+    // curl follows the Location of a 3xx answer once the answer is read;
+    // this runs before, while the header line goes by.
+    if (m_headStatus < 300 || m_headStatus > 399 || size < 9 || qstrnicmp(data, "location:", 9) != 0)
+        return true;
+    char* current = nullptr;
+    curl_easy_getinfo(m_easy, CURLINFO_EFFECTIVE_URL, &current);
+    const RedirectRefusal refusal = checkRedirect(m_redirectPolicy, m_url, current ? QByteArray(current) : m_url,
+                                                  QByteArray(data + 9, int(size - 9)));
+    if (refusal.code == Error::NoError)
+        return true;
+    m_refusal = {refusal.code, refusal.message};
+    return false;
 }
 
 int CurlTransfer::progressCallback(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                                    curl_off_t ulNow)
 {
     auto* transfer = static_cast<CurlTransfer*>(self);
+    if (transfer->m_stall.isEnabled() && transfer->m_stall.update(transfer->m_clock.elapsed(), dlNow + ulNow)) {
+        transfer->m_refusal = {Error::TimedOut,
+                               QStringLiteral("transfer too slow: less than %1 bytes/s for %2 s")
+                                   .arg(transfer->m_stall.minBytesPerSecond())
+                                   .arg(transfer->m_stall.windowMs() / 1000.0)};
+        return 1; // CURLE_ABORTED_BY_CALLBACK
+    }
     transfer->m_received = dlNow;
     transfer->m_receiveTotal = dlTotal;
     transfer->m_sent = ulNow;
@@ -362,7 +424,7 @@ int CurlTransfer::progressCallback(void* self, curl_off_t dlTotal, curl_off_t dl
     // Never emit from inside curl: a receiver could cancel or delete the
     // transfer, which libcurl forbids from its callbacks. Emit on the next
     // loop turn instead, at most one pending emission at a time.
-    if (!transfer->m_progressPending && transfer->m_progressClock.elapsed() >= 50) {
+    if (transfer->m_progressWanted && !transfer->m_progressPending && transfer->m_progressClock.elapsed() >= 50) {
         transfer->m_progressPending = true;
         QMetaObject::invokeMethod(
             transfer,

@@ -9,6 +9,11 @@
 #include <QString>
 #include <QUrl>
 
+#include "http/RedirectPolicy.h"
+#include "http/StallDetector.h"
+
+#include <Nubra/Error.h>
+
 #include <curl/curl.h>
 
 #include <functional>
@@ -56,8 +61,13 @@ public:
     void setCompletionHandler(CompletionHandler handler);
     // Time-out of the whole transfer; 0 = none.
     void setTimeoutMs(int ms);
-    // Abort when fewer than 1 byte/s moved for this many seconds; 0 = off.
-    void setStallSeconds(int seconds);
+    // Abort with TimedOut when fewer than minBytesPerSecond moved on
+    // average over the last `seconds`; 0 seconds = off.
+    void setStallLimit(int seconds, qint64 minBytesPerSecond);
+    // Where redirects may lead (default SameOrigin).
+    void setRedirectPolicy(RedirectPolicy policy) { m_redirectPolicy = policy; }
+    // Refuse an answer whose announced length exceeds this; 0 = no bound.
+    void setMaxAnswerBytes(qint64 bytes);
     void setResumeFrom(qint64 offset);
     void setCaFile(const QString& path);
     void setProxy(const QString& proxy);
@@ -76,6 +86,14 @@ public:
     QByteArray responseHeader(const QByteArray& name) const;
     QList<QSslError> sslErrors() const { return m_sslErrors; }
     QString curlErrorText() const { return QString::fromUtf8(m_errorBuffer); }
+    // What a failed transfer reports: a refusal of our own (a redirect, a
+    // stall) when there was one, else curl's code mapped to ours with
+    // curl's text.
+    struct Failure {
+        Error::ErrorCode code;
+        QString message;
+    };
+    Failure failure(int curlCode) const;
     qint64 elapsedMs() const { return m_clock.isValid() ? m_clock.elapsed() : 0; }
 
 signals:
@@ -97,6 +115,7 @@ private:
     void readBodyFromMemory();
     curl_slist* lastOwnHeader() const;
     void applyHeaders();
+    bool checkHeaderLine(const char* data, size_t size);
 
     QPointer<CurlMultiDriver> m_driver;
     CURL* m_easy = nullptr;
@@ -113,6 +132,10 @@ private:
     BodySource m_source;
     QByteArray m_responseHeaders; // raw header lines of the last response
     QList<QSslError> m_sslErrors;
+    RedirectPolicy m_redirectPolicy = RedirectPolicy::SameOrigin;
+    long m_headStatus = 0; // status of the response whose head is being read
+    Failure m_refusal{Error::NoError, QString()};
+    StallDetector m_stall;
     char m_errorBuffer[CURL_ERROR_SIZE] = {};
     bool m_running = false;
     bool m_progressPending = false;

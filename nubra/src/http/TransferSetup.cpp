@@ -2,6 +2,7 @@
 
 #include "config/ClientConfig.h"
 #include "http/CurlTransfer.h"
+#include "http/RedirectPolicy.h"
 
 #include <QRegularExpression>
 #include <QUrlQuery>
@@ -52,13 +53,27 @@ QString redactedUrl(const QUrl& url)
 {
     QUrl copy = url;
     copy.setUserInfo(QString());
+    copy.setFragment(QString());
     QUrlQuery query(copy);
     const auto items = query.queryItems();
     QUrlQuery redacted;
     for (const auto& item : items)
         redacted.addQueryItem(item.first, QStringLiteral("***"));
-    copy.setQuery(redacted);
+    if (copy.hasQuery())
+        copy.setQuery(redacted);
     return copy.toString();
+}
+
+QString webUrlProblem(const QUrl& url)
+{
+    if (!url.isValid() || url.isRelative() || url.host().isEmpty()) {
+        if (!url.scheme().isEmpty() && !isWebScheme(url.scheme()))
+            return QStringLiteral("unsupported scheme \"%1\" (only http and https)").arg(url.scheme());
+        return QStringLiteral("not a valid http(s) URL");
+    }
+    if (!isWebScheme(url.scheme()))
+        return QStringLiteral("unsupported scheme \"%1\" (only http and https)").arg(url.scheme());
+    return {};
 }
 
 } // namespace Nubra

@@ -1,13 +1,15 @@
 #include "transfer/FileDownloadReply.h"
 
+#include "http/TransferSetup.h"
 #include "transfer/ResumableDownload.h"
 
 namespace Nubra {
 
-FileDownloadReply::FileDownloadReply(const QString& name, const QString& item, const QString& targetPath,
+FileDownloadReply::FileDownloadReply(const QString& name, const QUrl& url, const QString& targetPath,
                                      ResumableDownload* download, QObject* parent)
     : Reply(name, parent)
-    , m_item(item)
+    , m_url(url.toString())
+    , m_item(redactedUrl(url))
     , m_targetPath(targetPath)
     , m_download(download)
 {
@@ -41,9 +43,14 @@ QVariantMap FileDownloadReply::resultMap() const
     return result;
 }
 
+bool FileDownloadReply::isMine(const QString& item) const
+{
+    return item.isEmpty() || item == m_item || item == m_url;
+}
+
 void FileDownloadReply::onStop(const QString& item)
 {
-    if (isFinished() || (!item.isEmpty() && item != m_item) || !m_download)
+    if (isFinished() || !isMine(item) || !m_download)
         return;
     m_download->pause();
     finishPausedLater([this] { return resultMap(); });
@@ -51,7 +58,7 @@ void FileDownloadReply::onStop(const QString& item)
 
 void FileDownloadReply::onAbort(const QString& item)
 {
-    if (isFinished() || (!item.isEmpty() && item != m_item))
+    if (isFinished() || !isMine(item))
         return;
     if (m_download)
         m_download->pause();

@@ -15,8 +15,12 @@ class ResumableDownload;
 class FileDownloadReply : public Reply {
     Q_OBJECT
 public:
-    FileDownloadReply(const QString& name, const QString& item, const QString& targetPath,
-                      ResumableDownload* download, QObject* parent);
+    // The item name in signals and the result is the URL without its user
+    // information and query values (redactedUrl): the helper writes it into
+    // its log at every progress report. stop(item) and abort(item) accept
+    // that name or the URL as given.
+    FileDownloadReply(const QString& name, const QUrl& url, const QString& targetPath, ResumableDownload* download,
+                      QObject* parent);
 
     QString targetPath() const { return m_targetPath; }
 
@@ -27,6 +31,9 @@ protected:
 private:
     QVariantMap resultMap() const;
 
+    bool isMine(const QString& item) const;
+
+    QString m_url;
     QString m_item;
     QString m_targetPath;
     QPointer<ResumableDownload> m_download;

@@ -2,6 +2,7 @@
 
 #include "config/ClientConfig.h"
 #include "core/LocalReply.h"
+#include "http/TransferSetup.h"
 #include "transfer/FileDownloadReply.h"
 #include "transfer/ResumableDownload.h"
 
@@ -47,11 +48,9 @@ Reply* FileDownloadService::start(const RequestContext& request)
                                    QStringLiteral("\"urls\" must be one URL as a string"), parent);
     }
     const QUrl url(urlsValue.toString(), QUrl::StrictMode);
-    if (!url.isValid() || (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https"))) {
-        return LocalReply::refused(request.name, Error::InvalidArgument,
-                                   QStringLiteral("\"urls\" is not an http(s) URL: %1").arg(urlsValue.toString()),
-                                   parent);
-    }
+    const QString refusal = webUrlProblem(url);
+    if (!refusal.isEmpty())
+        return LocalReply::refused(request.name, Error::InvalidArgument, QStringLiteral("\"urls\": ") + refusal, parent);
     const QString target = destinationFor(url, body.value(QStringLiteral("path")).toString());
     if (target.isEmpty()) {
         return LocalReply::refused(request.name, Error::InvalidArgument,
@@ -71,8 +70,9 @@ Reply* FileDownloadService::start(const RequestContext& request)
     options.url = url;
     options.targetPath = target;
     options.stallSeconds = m_context.config->stallSeconds();
+    options.minimumRate = m_context.config->minimumRate();
     auto* download = new ResumableDownload(m_context.curl, *m_context.config, options);
-    return new FileDownloadReply(request.name, url.toString(), target, download, parent);
+    return new FileDownloadReply(request.name, url, target, download, parent);
 }
 
 } // namespace Nubra

@@ -5,6 +5,7 @@
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 #include "transfer/BackgroundSha256.h"
+#include "transfer/WritableFolder.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -128,9 +129,9 @@ void ResumableDownload::begin()
 {
     if (m_done)
         return;
-    const QFileInfo target(m_options.targetPath);
-    if (!QDir().mkpath(target.absolutePath())) {
-        fail(Error::FileOpenFailed, QStringLiteral("cannot create folder %1").arg(target.absolutePath()), false);
+    const QString folderProblem = prepareWritableFolder(QFileInfo(m_options.targetPath).absolutePath());
+    if (!folderProblem.isEmpty()) {
+        fail(Error::FileOpenFailed, folderProblem, false);
         return;
     }
 
@@ -144,8 +145,15 @@ void ResumableDownload::begin()
         qCInfo(lcNubraDownload).noquote() << "dropping stale partial" << m_partPath;
         existing = 0;
     }
-    if (existing > 0)
+    if (existing > 0) {
         m_validator = meta.value(QStringLiteral("validator")).toString().toLatin1();
+        if (m_validator.isEmpty() || m_validator.startsWith("W/")) {
+            qCInfo(lcNubraDownload).noquote() << "no strong validator for the partial file; starting over"
+                                              << m_partPath;
+            existing = 0;
+            m_validator.clear();
+        }
+    }
 
     m_file.setFileName(m_partPath);
     // Unbuffered: what progress and the existence test report is on disk.
@@ -215,17 +223,20 @@ void ResumableDownload::startTransfer()
     transfer->setUrl(m_options.url);
     transfer->setMethod("GET");
     applyConfig(*transfer, m_config);
-    transfer->setStallSeconds(m_options.stallSeconds);
+    transfer->setStallLimit(m_options.stallSeconds, m_options.minimumRate);
+    transfer->setRedirectPolicy(RedirectPolicy::AnyOriginNoDowngrade);
+    if (m_options.expectedSize >= 0)
+        transfer->setMaxAnswerBytes(qMax<qint64>(1, m_options.expectedSize));
     transfer->setMaxReceiveSpeed(m_options.maxReceiveSpeed);
     // Byte ranges of an encoded body are not ranges of the file.
     curl_easy_setopt(transfer->handle(), CURLOPT_ACCEPT_ENCODING, nullptr);
     curl_easy_setopt(transfer->handle(), CURLOPT_BUFFERSIZE, kReceiveBuffer);
     if (m_written > 0) {
         // Not CURLOPT_RESUME_FROM: curl would fail on a 200 answer, which is
-        // exactly how a server tells that the file changed.
+        // exactly how a server tells that the file changed. begin() kept
+        // the partial bytes only with a strong validator.
         transfer->addHeader("Range", "bytes=" + QByteArray::number(m_written) + '-');
-        if (!m_validator.isEmpty())
-            transfer->addHeader("If-Range", m_validator);
+        transfer->addHeader("If-Range", m_validator);
     }
     transfer->setBodySink([this](const char* data, size_t size) {
         if (!m_sawBody) {
@@ -238,10 +249,23 @@ void ResumableDownload::startTransfer()
         const long http = m_transfer->httpStatus();
         if (http != 200 && http != 206)
             return true; // an error page: not file content, dropped
-        if (m_file.write(data, qint64(size)) != qint64(size)) {
-            m_sinkError = Error::FileWriteFailed;
-            m_sinkMessage = QStringLiteral("cannot write %1: %2").arg(m_partPath, m_file.errorString());
+        if (m_options.expectedSize >= 0 && m_written + qint64(size) > m_options.expectedSize) {
+            m_sinkError = Error::IntegrityCheckFailed;
+            m_sinkMessage = QStringLiteral("the server sent more than the announced %1 bytes")
+                                .arg(m_options.expectedSize);
             return false;
+        }
+        // A short write (the disk just filled up) is retried for the rest:
+        // only a write that writes nothing sets the system's reason.
+        for (qint64 done = 0; done < qint64(size);) {
+            const qint64 wrote = m_file.write(data + done, qint64(size) - done);
+            if (wrote <= 0) {
+                m_written += done; // on disk, and resumable
+                m_sinkError = Error::FileWriteFailed;
+                m_sinkMessage = QStringLiteral("cannot write %1: %2").arg(m_partPath, m_file.errorString());
+                return false;
+            }
+            done += wrote;
         }
         if (m_hash)
             m_hash->update(data, size);
@@ -289,12 +313,28 @@ bool ResumableDownload::acceptFirstBytes()
     } else {
         return true;
     }
-    QByteArray validator = m_transfer->responseHeader("etag");
-    if (validator.isEmpty() || validator.startsWith("W/"))
-        validator = m_transfer->responseHeader("last-modified");
-    m_validator = validator;
-    writeMeta();
+    m_validator = strongValidatorOf(*m_transfer);
+    if (!writeMeta()) {
+        m_sinkError = Error::FileWriteFailed;
+        return false;
+    }
     return true;
+}
+
+QByteArray ResumableDownload::strongValidatorOf(const CurlTransfer& transfer)
+{
+    const QByteArray etag = transfer.responseHeader("etag");
+    if (!etag.isEmpty() && !etag.startsWith("W/"))
+        return etag;
+    // A modification date is a strong validator only when the answer was
+    // made at least a second after it (RFC 9110, 8.8.2.2): within the same
+    // second the file could still change without changing the date.
+    const QByteArray modified = transfer.responseHeader("last-modified");
+    const time_t modifiedAt = curl_getdate(modified.constData(), nullptr);
+    const time_t answeredAt = curl_getdate(transfer.responseHeader("date").constData(), nullptr);
+    if (modifiedAt > 0 && answeredAt > 0 && answeredAt - modifiedAt >= 1)
+        return modified;
+    return {};
 }
 
 void ResumableDownload::transferCompleted(int curlCode)
@@ -302,18 +342,21 @@ void ResumableDownload::transferCompleted(int curlCode)
     if (m_done)
         return;
     const long http = m_transfer ? m_transfer->httpStatus() : 0;
-    const QString curlText = m_transfer ? m_transfer->curlErrorText() : QString();
+    const CurlTransfer::Failure failure = m_transfer ? m_transfer->failure(curlCode)
+                                                     : CurlTransfer::Failure{Error::Cancelled, QString()};
     if (m_transfer)
         m_transfer->deleteLater();
     m_file.flush();
 
+    // Bytes that do not continue the file, or more than the package has,
+    // are not worth keeping.
     if (m_sinkError != Error::NoError) {
-        fail(m_sinkError, m_sinkMessage, m_sinkError == Error::ProtocolErrorOther);
+        fail(m_sinkError, m_sinkMessage,
+             m_sinkError == Error::ProtocolErrorOther || m_sinkError == Error::IntegrityCheckFailed);
         return;
     }
     if (curlCode != CURLE_OK) {
-        const Error::ErrorCode code = errorForCurl(CURLcode(curlCode));
-        fail(code, curlText.isEmpty() ? Error::describe(code) : curlText, false);
+        fail(failure.code, failure.message, failure.code == Error::IntegrityCheckFailed);
         return;
     }
     if (http == 416 && m_written > 0 && !m_restartedFromZero) {
@@ -405,17 +448,20 @@ void ResumableDownload::fail(Error::ErrorCode code, const QString& message, bool
     emit finished(code, message);
 }
 
-void ResumableDownload::writeMeta()
+bool ResumableDownload::writeMeta()
 {
+    // Written to a temporary file and renamed over the old record: a full
+    // disk leaves the previous record whole, never an empty or cut one.
     QSaveFile meta(m_metaPath);
-    if (!meta.open(QIODevice::WriteOnly))
-        return; // without it a later start fetches from zero: slower, not wrong
     const QJsonObject object{{QStringLiteral("url"), m_options.url.toString()},
                              {QStringLiteral("validator"), QString::fromLatin1(m_validator)},
                              {QStringLiteral("total"), double(m_total)},
                              {QStringLiteral("sha256"), QString::fromLatin1(m_options.expectedSha256)}};
-    meta.write(QJsonDocument(object).toJson(QJsonDocument::Compact));
-    meta.commit();
+    const QByteArray bytes = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    if (meta.open(QIODevice::WriteOnly) && meta.write(bytes) == bytes.size() && meta.commit())
+        return true;
+    m_sinkMessage = QStringLiteral("cannot write the resume record %1: %2").arg(m_metaPath, meta.errorString());
+    return false;
 }
 
 void ResumableDownload::dropPartial()

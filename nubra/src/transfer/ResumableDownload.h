@@ -26,10 +26,16 @@ class BackgroundSha256;
 // verified) partial file, so a failed or interrupted download never leaves
 // a file that looks complete.
 //
-// A resume sends "Range: bytes=N-" with "If-Range: <validator>" (the ETag,
-// else Last-Modified, seen when the partial bytes were fetched). A server
-// that answers 200 instead of 206 has a different file: the partial bytes
-// are dropped and the download starts over from the new body.
+// A resume sends "Range: bytes=N-" with "If-Range: <validator>", where the
+// validator is the strong one seen when the partial bytes were fetched (an
+// ETag not marked weak, else a Last-Modified at least a second older than
+// the answer's Date). Without one the download starts over: a Range alone
+// would splice two versions of a file that changed. A server that answers
+// 200 instead of 206 has a different file: the partial bytes are dropped and
+// the download starts over from the new body.
+//
+// A known size is a bound: a server that sends more fails the download at
+// once (IntegrityCheckFailed) and nothing past the size reaches the disk.
 //
 // finished() comes exactly once after start(), never from inside start(),
 // unless pause() or cancel() came first (the owner then reports itself).
@@ -43,8 +49,10 @@ public:
         qint64 expectedSize = -1;
         // Lower-case hex SHA-256 the complete file must have; empty: none.
         QByteArray expectedSha256;
-        // Abort when no byte moved for this long (0: never).
+        // Abort (TimedOut) when fewer than minimumRate bytes/s moved on
+        // average over this many seconds (0: never).
         int stallSeconds = 30;
+        qint64 minimumRate = 1024;
         qint64 maxReceiveSpeed = 0;
     };
 
@@ -87,7 +95,8 @@ private:
     void finalize();
     void verifyStep();
     void fail(Error::ErrorCode code, const QString& message, bool dropPartial);
-    void writeMeta();
+    bool writeMeta();
+    static QByteArray strongValidatorOf(const CurlTransfer& transfer);
     void dropPartial();
     void reportProgress();
 

@@ -106,7 +106,7 @@ CurlTransfer* UploadQueueReply::newTransfer(const QUrl& url, const QByteArray& m
     transfer->setUrl(url);
     transfer->setMethod(method);
     applyConfig(*transfer, *m_context.config);
-    transfer->setStallSeconds(m_stallSeconds);
+    transfer->setStallLimit(m_stallSeconds, m_context.config->minimumRate());
     transfer->addHeader("Accept", "application/json");
     transfer->addHeader("X-Upload-Token", m_batch[m_index].uploadToken.toUtf8());
     m_answer.clear();
@@ -151,8 +151,9 @@ static bool readAnswer(CurlTransfer* transfer, int curlCode, const QByteArray& a
     const long http = transfer->httpStatus();
     details->insert(QStringLiteral("httpStatus"), int(http));
     if (curlCode != CURLE_OK) {
-        *code = errorForCurl(CURLcode(curlCode));
-        *message = transfer->curlErrorText().isEmpty() ? Error::describe(*code) : transfer->curlErrorText();
+        const auto failure = transfer->failure(curlCode);
+        *code = failure.code;
+        *message = failure.message;
         return false;
     }
     const QJsonDocument doc = QJsonDocument::fromJson(answer);

@@ -82,10 +82,12 @@ void CloudJsonCall::completed(int curlCode)
 {
     const long http = m_transfer->httpStatus();
     if (curlCode != CURLE_OK) {
-        const Error::ErrorCode code = m_answer.size() >= kMaxAnswerBytes ? Error::InvalidResponse
-                                                                         : errorForCurl(CURLcode(curlCode));
-        const QString text = m_transfer->curlErrorText();
-        report(code, text.isEmpty() ? Error::describe(code) : text, {});
+        if (m_answer.size() >= kMaxAnswerBytes) {
+            report(Error::InvalidResponse, QStringLiteral("answer larger than %1 bytes").arg(kMaxAnswerBytes), {});
+            return;
+        }
+        const auto failure = m_transfer->failure(curlCode);
+        report(failure.code, failure.message, {});
         return;
     }
     QJsonParseError parseError{};

@@ -1,6 +1,7 @@
 #include "upgrade/UpgradeDownloadReply.h"
 
 #include "config/ClientConfig.h"
+#include "http/TransferSetup.h"
 #include "transfer/ResumableDownload.h"
 #include "upgrade/CloudJsonCall.h"
 
@@ -70,6 +71,13 @@ void UpgradeDownloadReply::packageKnown(Error::ErrorCode code, const QString& me
                      QStringLiteral("the cloud's package entry lacks a valid sha256, packageSize or url"));
         return;
     }
+    // A URL from the cloud names any scheme it likes; only http(s) is
+    // fetched, before any connection is made.
+    const QString urlProblem = webUrlProblem(url);
+    if (!urlProblem.isEmpty()) {
+        itemFinished(Error::InvalidArgument, QStringLiteral("the cloud's package URL: ") + urlProblem);
+        return;
+    }
 
     ResumableDownload::Options options;
     options.url = url;
@@ -77,6 +85,7 @@ void UpgradeDownloadReply::packageKnown(Error::ErrorCode code, const QString& me
     options.expectedSize = m_total;
     options.expectedSha256 = m_sha256.toLatin1();
     options.stallSeconds = m_context.config->stallSeconds();
+    options.minimumRate = m_context.config->minimumRate();
     auto* download = new ResumableDownload(m_context.curl, *m_context.config, options, this);
     m_download = download;
     const QString itemName = QFileInfo(item.targetPath).fileName();

@@ -2,6 +2,7 @@
 
 #include "core/LocalReply.h"
 #include "transfer/ResumableDownload.h"
+#include "transfer/WritableFolder.h"
 #include "upgrade/CloudJsonCall.h"
 #include "upgrade/UpgradeCallReply.h"
 #include "upgrade/UpgradeDownloadReply.h"
@@ -58,8 +59,11 @@ Reply* UpgradeService::configure(const QString& name, const QVariantMap& body)
     if (!models)
         return refuse(name, Error::InvalidArgument, message);
     const QString folder = models->first().folder;
-    if (!QDir().mkpath(folder))
-        return refuse(name, Error::FileOpenFailed, QStringLiteral("cannot create package folder %1").arg(folder));
+    // Refused now, with the system's reason, rather than at the first
+    // download.
+    const QString folderProblem = prepareWritableFolder(folder);
+    if (!folderProblem.isEmpty())
+        return refuse(name, Error::FileOpenFailed, QStringLiteral("package folder: ") + folderProblem);
     QVariantList registered;
     for (const UpgradeRegistration& model : *models) {
         m_registry.add(model);
