@@ -33,7 +33,10 @@ TEST(ErrorMap, curlCodes)
         {CURLE_URL_MALFORMAT, Error::InvalidArgument},
         {CURLE_BAD_DOWNLOAD_RESUME, Error::RemoteChanged},
         {CURLE_WEIRD_SERVER_REPLY, Error::ProtocolErrorOther},
-        {CURLE_TOO_MANY_REDIRECTS, Error::NetworkErrorOther},
+        {CURLE_TOO_MANY_REDIRECTS, Error::ProtocolErrorOther},
+        {CURLE_FILESIZE_EXCEEDED, Error::IntegrityCheckFailed},
+        {CURLE_UNSUPPORTED_PROTOCOL, Error::InvalidArgument},
+        {CURLE_SSH, Error::NetworkErrorOther},
     };
     for (const auto& [curl, expected] : cases)
         EXPECT_EQ(Nubra::errorForCurl(curl), expected) << curl_easy_strerror(curl);
