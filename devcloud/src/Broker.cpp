@@ -1,5 +1,9 @@
 #include "Broker.h"
 
+#include "ChildProcess.h"
+#include "CleanupWatcher.h"
+#include "LoopbackCertificates.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QRandomGenerator>
@@ -43,61 +47,6 @@ int pickFreePort()
     return port;
 }
 
-// fork + exec with a clean signal state (the dev cloud blocks SIGTERM and
-// SIGINT in every thread), only stdio inherited, and the child killed when
-// the dev cloud dies. outputFd (or /dev/null when -1) receives stdout and
-// stderr. Returns the pid or -1.
-pid_t spawn(const std::vector<QByteArray>& arguments, int outputFd)
-{
-    std::vector<char*> argv;
-    for (const QByteArray& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.constData()));
-    argv.push_back(nullptr);
-    const pid_t parent = getpid();
-    const int devNull = open("/dev/null", O_RDWR | O_CLOEXEC);
-    const pid_t pid = fork();
-    if (pid != 0) {
-        if (devNull >= 0)
-            close(devNull);
-        return pid;
-    }
-    // Child: only async-signal-safe calls from here on.
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() != parent)
-        _exit(127);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    for (int sig : {SIGTERM, SIGINT, SIGHUP, SIGPIPE})
-        signal(sig, SIG_DFL);
-    const int out = outputFd >= 0 ? outputFd : devNull;
-    dup2(devNull, 0);
-    dup2(out, 1);
-    dup2(out, 2);
-    if (syscall(SYS_close_range, 3U, ~0U, 0U) != 0)
-        for (int fd = 3; fd < 4096; ++fd)
-            close(fd);
-    execvp(argv[0], argv.data());
-    _exit(127);
-}
-
-bool runToCompletion(const std::vector<QByteArray>& arguments, QString* error)
-{
-    const pid_t pid = spawn(arguments, -1);
-    if (pid < 0) {
-        *error = QStringLiteral("cannot start %1").arg(QString::fromUtf8(arguments[0]));
-        return false;
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        *error = QStringLiteral("%1 failed (status %2)").arg(QString::fromUtf8(arguments[0])).arg(status);
-        return false;
-    }
-    return true;
-}
-
 QString randomHex(int bytes)
 {
     QByteArray data(bytes, Qt::Uninitialized);
@@ -111,8 +60,10 @@ Broker::Broker(bool tls)
     : m_tls(tls)
 {
     char pattern[] = "/tmp/nubra-broker-XXXXXX";
-    if (const char* dir = mkdtemp(pattern))
+    if (const char* dir = mkdtemp(pattern)) {
         m_dir = QString::fromLocal8Bit(dir);
+        CleanupWatcher::removeIfAbandoned(m_dir);
+    }
     m_publisherPassword = randomHex(16);
     // Started as root, mosquitto drops to the "mosquitto" user: its files
     // must belong to that user.
@@ -130,7 +81,8 @@ Broker::~Broker()
 {
     stop();
     if (!m_dir.isEmpty()) {
-        for (const char* name : {"/passwd", "/passwd.new", "/mosquitto.conf", "/mosquitto.log", "/cert.pem", "/key.pem"})
+        for (const char* name :
+             {"/passwd", "/passwd.new", "/acl", "/acl.new", "/mosquitto.conf", "/mosquitto.conf.new", "/mosquitto.log", "/ca.pem", "/cert.pem", "/key.pem"})
             QFile::remove(m_dir + QLatin1String(name));
         rmdir(m_dir.toLocal8Bit().constData());
     }
@@ -138,7 +90,7 @@ Broker::~Broker()
 
 QString Broker::certificatePath() const
 {
-    return m_tls ? m_dir + QStringLiteral("/cert.pem") : QString();
+    return m_tls ? m_dir + QStringLiteral("/ca.pem") : QString();
 }
 
 QString Broker::logPath() const { return m_dir + QStringLiteral("/mosquitto.log"); }
@@ -149,7 +101,39 @@ bool Broker::isRunning() const
     return m_pid > 0;
 }
 
-bool Broker::writePasswordFile(const QStringList& tokens, QString* error)
+pid_t Broker::pid() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_pid;
+}
+
+namespace {
+
+// An account's user name is written as a line of the password file
+// ("name:password") and of the permission file ("user name").
+bool usableName(const QString& name)
+{
+    return !name.isEmpty() && !name.contains(QLatin1Char(':')) && !name.contains(QLatin1Char('\n'))
+        && !name.contains(QLatin1Char(' ')) && !name.contains(QLatin1Char('\r'));
+}
+
+} // namespace
+
+bool Broker::install(const QString& staging, const QString& name, QString* error)
+{
+    if (m_brokerUid != uid_t(-1) && chown(staging.toLocal8Bit().constData(), m_brokerUid, m_brokerGid) != 0) {
+        *error = QStringLiteral("cannot hand %1 to the broker's user").arg(staging);
+        return false;
+    }
+    if (std::rename(staging.toLocal8Bit().constData(), (m_dir + QLatin1Char('/') + name).toLocal8Bit().constData())
+        != 0) {
+        *error = QStringLiteral("cannot replace the broker's file %1").arg(name);
+        return false;
+    }
+    return true;
+}
+
+bool Broker::writePasswordFile(const std::vector<BrokerAccount>& accounts, QString* error)
 {
     if (m_dir.isEmpty()) {
         *error = QStringLiteral("no folder for the broker's files");
@@ -164,43 +148,48 @@ bool Broker::writePasswordFile(const QStringList& tokens, QString* error)
         }
         file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         file.write(publisherUsername().toUtf8() + ':' + m_publisherPassword.toUtf8() + '\n');
-        for (const QString& token : tokens) {
-            // The file is "name:password" per line; such tokens cannot be
-            // written and are never issued by the dev cloud.
-            if (token.isEmpty() || token.contains(QLatin1Char(':')) || token.contains(QLatin1Char('\n')))
-                continue;
-            file.write(token.toUtf8() + ':' + token.toUtf8() + '\n');
-        }
+        for (const BrokerAccount& account : accounts)
+            if (usableName(account.username))
+                file.write(account.username.toUtf8() + ':' + account.username.toUtf8() + '\n');
     }
     // mosquitto_passwd replaces every clear-text password by its hash.
     if (!runToCompletion({"mosquitto_passwd", "-U", staging.toLocal8Bit()}, error))
         return false;
-    if (m_brokerUid != uid_t(-1) && chown(staging.toLocal8Bit().constData(), m_brokerUid, m_brokerGid) != 0) {
-        *error = QStringLiteral("cannot hand %1 to the broker's user").arg(staging);
-        return false;
+    return install(staging, QStringLiteral("passwd"), error);
+}
+
+bool Broker::writeAclFile(const std::vector<BrokerAccount>& accounts, QString* error)
+{
+    const QString staging = m_dir + QStringLiteral("/acl.new");
+    {
+        QFile file(staging);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+            *error = QStringLiteral("cannot write %1: %2").arg(staging, file.errorString());
+            return false;
+        }
+        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        // With an acl_file, whatever is not granted is refused.
+        QByteArray text = "# Generated by nubra-devcloud.\nuser " + publisherUsername().toUtf8() + "\ntopic readwrite #\n";
+        for (const BrokerAccount& account : accounts) {
+            if (!usableName(account.username))
+                continue;
+            text += "\nuser " + account.username.toUtf8() + '\n';
+            for (const QString& topic : account.topics)
+                text += "topic readwrite " + topic.toUtf8() + '\n';
+        }
+        file.write(text);
     }
-    if (std::rename(staging.toLocal8Bit().constData(), (m_dir + QStringLiteral("/passwd")).toLocal8Bit().constData())
-        != 0) {
-        *error = QStringLiteral("cannot replace the broker's password file");
-        return false;
-    }
-    return true;
+    return install(staging, QStringLiteral("acl"), error);
 }
 
 bool Broker::writeCertificate(QString* error)
 {
-    const QByteArray key = (m_dir + QStringLiteral("/key.pem")).toLocal8Bit();
-    const QByteArray cert = certificatePath().toLocal8Bit();
-    // Self-signed: the certificate is its own CA. The IP address entry is
-    // what clients connecting to 127.0.0.1 verify the host against.
-    if (!runToCompletion({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
-                          "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", cert},
-                         error))
+    LoopbackCertificates files;
+    if (!files.generate(m_dir, error))
         return false;
-    QFile::setPermissions(QString::fromLocal8Bit(key), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     if (m_brokerUid != uid_t(-1)
-        && (chown(key.constData(), m_brokerUid, m_brokerGid) != 0
-            || chown(cert.constData(), m_brokerUid, m_brokerGid) != 0)) {
+        && (chown(files.keyFile.toLocal8Bit().constData(), m_brokerUid, m_brokerGid) != 0
+            || chown(files.certFile.toLocal8Bit().constData(), m_brokerUid, m_brokerGid) != 0)) {
         *error = QStringLiteral("cannot hand the broker's key and certificate to the broker's user");
         return false;
     }
@@ -209,7 +198,7 @@ bool Broker::writeCertificate(QString* error)
 
 bool Broker::writeConfigFile(QString* error)
 {
-    const QString path = m_dir + QStringLiteral("/mosquitto.conf");
+    const QString path = m_dir + QStringLiteral("/mosquitto.conf.new");
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         *error = QStringLiteral("cannot write %1: %2").arg(path, file.errorString());
@@ -220,15 +209,19 @@ bool Broker::writeConfigFile(QString* error)
                               "set_tcp_nodelay true\n"
                               "allow_anonymous false\n"
                               "password_file %2/passwd\n"
+                              "acl_file %2/acl\n"
                               "persistence false\n"
+                              "connection_messages false\n"
                               "log_dest stderr\n"
                               "log_type error\nlog_type warning\nlog_type notice\nlog_type information\n")
                    .arg(m_port)
                    .arg(m_dir)
                    .toUtf8());
     if (m_tls)
-        file.write(QStringLiteral("certfile %1\nkeyfile %2/key.pem\n").arg(certificatePath(), m_dir).toUtf8());
-    return true;
+        file.write(QStringLiteral("certfile %1/cert.pem\nkeyfile %1/key.pem\n").arg(m_dir).toUtf8());
+    file.close();
+    // The broker rereads it on SIGHUP, after it dropped root.
+    return install(path, QStringLiteral("mosquitto.conf"), error);
 }
 
 bool Broker::start(QString* error)
@@ -236,7 +229,8 @@ bool Broker::start(QString* error)
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_pid > 0)
         return true;
-    if (!QFile::exists(m_dir + QStringLiteral("/passwd")) && !writePasswordFile({}, error))
+    if (!QFile::exists(m_dir + QStringLiteral("/passwd"))
+        && (!writePasswordFile({}, error) || !writeAclFile({}, error)))
         return false;
     if (m_tls && !QFile::exists(certificatePath()) && !writeCertificate(error))
         return false;
@@ -277,12 +271,14 @@ bool Broker::launch(QString* error)
         *error = QStringLiteral("cannot start mosquitto");
         return false;
     }
+    CleanupWatcher::watchProcess(m_pid);
     m_reader = std::thread([this, fd = fds[0]] { readOutput(fd); });
     if (waitForLogCount(&m_runningLines, runningBefore, 10000))
         return true;
     // It exited (port taken, bad file) or hung: take it down and report.
     kill(m_pid, SIGKILL);
     waitpid(m_pid, nullptr, 0);
+    CleanupWatcher::forgetProcess(m_pid);
     m_pid = -1;
     if (m_reader.joinable())
         m_reader.join();
@@ -350,15 +346,16 @@ void Broker::stop()
         kill(m_pid, SIGKILL);
         waitpid(m_pid, &status, 0);
     }
+    CleanupWatcher::forgetProcess(m_pid);
     m_pid = -1;
     if (m_reader.joinable())
         m_reader.join();
 }
 
-bool Broker::setTokens(const QStringList& tokens, QString* error)
+bool Broker::setAccounts(const std::vector<BrokerAccount>& accounts, QString* error)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!writePasswordFile(tokens, error))
+    if (!writePasswordFile(accounts, error) || !writeAclFile(accounts, error))
         return false;
     if (m_pid <= 0)
         return true;
@@ -372,7 +369,7 @@ bool Broker::setTokens(const QStringList& tokens, QString* error)
     // any further packet, so a client that connects after this returns is
     // checked against the new file.
     if (!waitForLogCount(&m_reloadLines, reloadsBefore, 5000)) {
-        *error = QStringLiteral("the broker did not reload its password file");
+        *error = QStringLiteral("the broker did not reload its password and permission files");
         return false;
     }
     return true;

@@ -6,19 +6,29 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include <sys/types.h>
 
 namespace devcloud {
 
+// One account of the broker: its user name (its own password) and the topic
+// filters it may subscribe and publish to.
+struct BrokerAccount {
+    QString username;
+    QStringList topics;
+};
+
 // A real mosquitto broker run as a child process on a loopback port, with a
-// generated configuration: TCP_NODELAY on, no anonymous clients, and a
-// password file holding the dev cloud's publisher account and every
-// unexpired user token (user name = password = the token). Thread-safe.
+// generated configuration: TCP_NODELAY on, no anonymous clients, no
+// connection messages in its log (they name the user, and a user name is a
+// token), a password file holding the dev cloud's publisher account and the
+// accounts given, and a permission file (acl_file): the publisher may use
+// every topic, an account only its own. Thread-safe.
 class Broker {
 public:
-    // With tls, the broker listens with TLS only, using a self-signed
-    // certificate for 127.0.0.1 generated at the first start.
+    // With tls, the broker listens with TLS only, using a certificate for
+    // 127.0.0.1 generated at the first start (LoopbackCertificates).
     explicit Broker(bool tls = false);
     ~Broker(); // stops the broker and removes its files
 
@@ -27,24 +37,30 @@ public:
     // SIGTERM, then reaps the process (SIGKILL after 5 s).
     void stop();
     bool isRunning() const;
+    // The broker's process id, -1 when it is not running.
+    pid_t pid() const;
 
-    // Rewrites the password file for these tokens and, when the broker runs,
-    // has it reload the file; returns after the broker reported the reload.
-    bool setTokens(const QStringList& tokens, QString* error);
+    // Rewrites the password and permission files for these accounts and,
+    // when the broker runs, has it reload them (SIGHUP); returns after the
+    // broker reported the reload.
+    bool setAccounts(const std::vector<BrokerAccount>& accounts, QString* error);
 
     int port() const { return m_port; }
     QString host() const { return QStringLiteral("127.0.0.1"); }
     QString publisherUsername() const { return QStringLiteral("devcloud-publisher"); }
     QString publisherPassword() const { return m_publisherPassword; }
     bool tls() const { return m_tls; }
-    // The broker's certificate (PEM), which clients trust as their CA; empty
-    // without TLS.
+    // The certificate authority (PEM) that signed the broker's certificate,
+    // which clients trust; empty without TLS.
     QString certificatePath() const;
     // Where the broker's own log goes.
     QString logPath() const;
 
 private:
-    bool writePasswordFile(const QStringList& tokens, QString* error);
+    bool writePasswordFile(const std::vector<BrokerAccount>& accounts, QString* error);
+    bool writeAclFile(const std::vector<BrokerAccount>& accounts, QString* error);
+    // Hands a staged file to the broker's user and moves it into place.
+    bool install(const QString& staging, const QString& name, QString* error);
     bool writeConfigFile(QString* error);
     bool writeCertificate(QString* error);
     bool launch(QString* error);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Router.h"
+#include "SessionTokens.h"
 #include "Store.h"
 
 #include <httplib.h>
@@ -21,6 +22,7 @@ struct Options {
     QString dataDir;        // empty: a temporary folder removed at exit
     QString writeConfig;    // client configuration to write, or empty
     bool brokerTls = false; // the message broker listens with TLS
+    bool tls = false;       // the API is served over HTTPS
 };
 
 // The whole dev cloud: HTTP server, storage and services.
@@ -37,13 +39,21 @@ public:
 
     int port() const { return m_port; }
     QString baseUrl() const;
+    // The certificate authority clients trust with --tls, else empty.
+    QString caFile() const { return m_caFile; }
     // The client configuration pointing at this cloud.
     QJsonObject clientConfig() const;
 
 private:
+    // A plain server, or with --tls an SSLServer with fresh certificates.
+    bool createServer(QString* error);
+
     Options m_options;
-    httplib::Server m_server;
+    std::unique_ptr<httplib::Server> m_server; // an SSLServer with --tls
+    QString m_tlsDir;                          // the API's certificates, removed at exit
+    QString m_caFile;
     Store m_store;
+    SessionTokens m_sessions{m_store};
     std::unique_ptr<ApiRouter> m_router;
     std::unique_ptr<ServiceContext> m_context;
     QJsonObject m_configSections;

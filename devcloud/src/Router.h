@@ -60,11 +60,17 @@ public:
     void add(const QString& name, const QString& method, const QString& path, Auth auth, Handler handler);
     // The "requests" table of the client configuration.
     QJsonObject requestTable() const { return m_table; }
-    // Whether a path is one of the JSON endpoints (their bodies are read
-    // whole into memory, unlike the upload's, which is streamed to disk).
-    bool servesPath(const std::string& path) const { return m_paths.count(path) > 0; }
+    // How a path's request body is read.
+    enum class BodyReading {
+        Bounded,  // a JSON endpoint: read into memory, 413 once past kMaxBodyBytes
+        Streamed, // a handler that streams the body (the upload): no limit
+        Whole,    // any other handler: read whole by the HTTP server
+    };
+    BodyReading bodyReading(const std::string& path) const;
+    // Marks a path whose handler streams its body itself.
+    void markStreamed(const std::string& path) { m_streamedPaths.insert(path); }
 
-    // The largest body a JSON endpoint accepts.
+    // The largest body held in memory: a JSON endpoint's, a test control's.
     static constexpr size_t kMaxBodyBytes = 4 * 1024 * 1024;
 
     // Looks a token up; nullopt when missing, unknown or expired.
@@ -75,6 +81,7 @@ private:
     Store& m_store;
     QJsonObject m_table;
     std::set<std::string> m_paths;
+    std::set<std::string> m_streamedPaths;
 };
 
 } // namespace devcloud

@@ -20,8 +20,11 @@ CREATE TABLE IF NOT EXISTS users (
   password_hash BLOB NOT NULL,
   created_at INTEGER NOT NULL
 );
-CREATE TABLE IF NOT EXISTS tokens (
-  token TEXT PRIMARY KEY,
+-- Sign-in tokens are kept as hashes only (tokenHash); "tokens" held them in
+-- clear and is dropped from databases made before.
+DROP TABLE IF EXISTS tokens;
+CREATE TABLE IF NOT EXISTS sessions (
+  token_sha256 TEXT PRIMARY KEY,
   user_id INTEGER NOT NULL REFERENCES users(id),
   expires_at INTEGER NOT NULL
 );

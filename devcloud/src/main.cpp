@@ -1,5 +1,6 @@
 // nubra-devcloud: a real cloud on loopback for development, demos and tests.
 
+#include "CleanupWatcher.h"
 #include "DevCloud.h"
 #include "PublishCommand.h"
 
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <thread>
 
 int main(int argc, char** argv)
@@ -41,8 +43,12 @@ int main(int argc, char** argv)
     QCommandLineOption brokerTlsOption(QStringLiteral("broker-tls"),
                                        QStringLiteral("The message broker listens with TLS (self-signed certificate "
                                                       "for 127.0.0.1, written to the configuration as \"caFile\")."));
-    parser.addOptions(
-        {portOption, hostOption, dataOption, configOption, publishOption, readConfigOption, brokerTlsOption});
+    QCommandLineOption tlsOption(QStringLiteral("tls"),
+                                 QStringLiteral("Serve the API over HTTPS (certificate for 127.0.0.1 and localhost, "
+                                                "signed by a CA made for this run and written to the configuration as "
+                                                "\"caFile\")."));
+    parser.addOptions({portOption, hostOption, dataOption, configOption, publishOption, readConfigOption,
+                       brokerTlsOption, tlsOption});
     parser.addPositionalArgument(QStringLiteral("payload"), QStringLiteral("With --publish: the message text."));
     parser.process(app);
 
@@ -67,6 +73,18 @@ int main(int argc, char** argv)
     options.dataDir = parser.value(dataOption);
     options.writeConfig = parser.value(configOption);
     options.brokerTls = parser.isSet(brokerTlsOption);
+    options.tls = parser.isSet(tlsOption);
+
+    // What the dev cloud writes (database, stored files, the broker's files,
+    // the configuration with the publisher's password) is its owner's only.
+    umask(077);
+
+    // Forked while the process has one thread, before anything it would
+    // clean up exists.
+    QString watcherError;
+    if (!devcloud::CleanupWatcher::start(&watcherError))
+        std::fprintf(stderr, "nubra-devcloud: %s (files may be left behind if it is killed)\n",
+                     qPrintable(watcherError));
 
     // SIGTERM and SIGINT are taken by one thread with sigwait(), so that
     // stopping the server happens outside a signal handler.

@@ -90,7 +90,7 @@ TEST_F(BrokerTls, theWrittenConfigurationConnectsOverTlsAndDeliversMessagesUncha
     ASSERT_TRUE(waitUntil([&] { return !connected.isEmpty() || !connectErrors.isEmpty(); }, 15000));
     ASSERT_TRUE(connectErrors.isEmpty()) << int(connectErrors[0][0].value<Error::ErrorCode>());
 
-    ReplyPtr subscription(manager->request("subscribe", {{"topic", QVariantList{"vorn/tls/#"}}, {"qos", 1}}, {}));
+    ReplyPtr subscription(manager->request("subscribe", {{"topic", QVariantList{"users/1001/tls/#"}}, {"qos", 1}}, {}));
     ASSERT_EQ(subscription->status(), 0);
     QSignalSpy subscribed(subscription.get(), &Nubra::Reply::subscribed);
     QSignalSpy received(subscription.get(), &Nubra::Reply::received);
@@ -98,9 +98,9 @@ TEST_F(BrokerTls, theWrittenConfigurationConnectsOverTlsAndDeliversMessagesUncha
 
     // Published through the dev cloud, whose own publisher also speaks TLS.
     const QJsonObject payload{{"text", "über TLS"}, {"count", 3}};
-    ASSERT_TRUE(admin->publish("vorn/tls/device", payload));
+    ASSERT_TRUE(admin->publish("users/1001/tls/device", payload));
     ASSERT_TRUE(waitUntil([&] { return !received.isEmpty(); }, 15000));
-    EXPECT_EQ(received[0][0].toString(), "vorn/tls/device");
+    EXPECT_EQ(received[0][0].toString(), "users/1001/tls/device");
     EXPECT_EQ(received[0][1].toMap(), payload.toVariantMap());
     ReplyPtr(manager->request("disconnectFromServer", {}, {}));
 }

@@ -144,7 +144,7 @@ TEST_F(MessageService, givingUpReconnectingIsTheOnlyAbort)
     ReplyPtr connection = connectAs({{"username", token}, {"serverAuthentication", 1u}});
     QSignalSpy dropped(connection.get(), &Nubra::Reply::disconnected);
     QSignalSpy aborted(connection.get(), qOverload<>(&Nubra::Reply::abort));
-    ReplyPtr subscription = subscribeTo({"vorn/service/giveup"});
+    ReplyPtr subscription = subscribeTo({"users/1001/giveup"});
 
     ASSERT_TRUE(BrokerTest::admin().post("/devcloud/broker/stop"));
     ASSERT_TRUE(waitUntil([&] { return !aborted.isEmpty(); }));

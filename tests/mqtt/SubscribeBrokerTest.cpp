@@ -86,66 +86,66 @@ TEST_F(BrokerSubscribe, publishedMessagesArriveInOrderWithTopicAndDataUnchanged)
 {
     Recorder recorder;
     VornTest::GlogCapture log;
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/order/#", "vorn/test/plain"}, 300), 1);
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"users/1001/test/order/#", "users/1001/test/plain"}, 300), 1);
     EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper()));
     EXPECT_TRUE(log.contains("subscribed success"));
 
     const QList<QByteArray> objects = jsonSequence("order", 50);
-    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/order/a", objects));
+    ASSERT_TRUE(BrokerTest::mosquittoPub("users/1001/test/order/a", objects));
     const QList<QByteArray> texts{"first line", "[1,2,3]", "{not json"};
-    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/plain", texts));
-    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/unrelated", {"{\"x\":1}"}));
-    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/order/b/c", {"{\"last\":true}"}));
+    ASSERT_TRUE(BrokerTest::mosquittoPub("users/1001/test/plain", texts));
+    ASSERT_TRUE(BrokerTest::mosquittoPub("users/1001/test/unrelated", {"{\"x\":1}"}));
+    ASSERT_TRUE(BrokerTest::mosquittoPub("users/1001/test/order/b/c", {"{\"last\":true}"}));
 
     const int expected = objects.size() + texts.size() + 1;
     ASSERT_TRUE(waitUntil([&] { return recorder.messages.size() >= expected; }));
     ASSERT_EQ(recorder.messages.size(), expected) << "nothing from unsubscribed topics";
     for (int i = 0; i < objects.size(); ++i) {
-        EXPECT_EQ(recorder.messages[i].topic, "vorn/test/order/a");
+        EXPECT_EQ(recorder.messages[i].topic, "users/1001/test/order/a");
         EXPECT_EQ(recorder.messages[i].data, QJsonDocument::fromJson(objects[i]).object().toVariantMap()) << i;
     }
     for (int i = 0; i < texts.size(); ++i) {
         const Message& m = recorder.messages[objects.size() + i];
-        EXPECT_EQ(m.topic, "vorn/test/plain");
+        EXPECT_EQ(m.topic, "users/1001/test/plain");
         EXPECT_EQ(m.data, (QVariantMap{{"payload", QString::fromUtf8(texts[i])}, {"encoding", "utf8"}}));
     }
-    EXPECT_EQ(recorder.messages.last().topic, "vorn/test/order/b/c");
+    EXPECT_EQ(recorder.messages.last().topic, "users/1001/test/order/b/c");
     EXPECT_EQ(recorder.messages.last().data, (QVariantMap{{"last", true}}));
 }
 
 TEST_F(BrokerSubscribe, secondSubscribeWhileConnectedReturnsZeroAndKeepsTheFirstSubscription)
 {
     Recorder recorder;
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/first"}, 200), 1);
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/second"}, 60000), 0);
-    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/second", {{"n", 1}}));
-    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/first", {{"n", 2}}));
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"users/1001/test/first"}, 200), 1);
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"users/1001/test/second"}, 60000), 0);
+    ASSERT_TRUE(BrokerTest::admin().publish("users/1001/test/second", {{"n", 1}}));
+    ASSERT_TRUE(BrokerTest::admin().publish("users/1001/test/first", {{"n", 2}}));
     ASSERT_TRUE(waitUntil([&] { return !recorder.messages.isEmpty(); }));
     // Same publisher connection: "second" would have come first.
-    EXPECT_EQ(recorder.messages.first().topic, "vorn/test/first");
+    EXPECT_EQ(recorder.messages.first().topic, "users/1001/test/first");
 }
 
 TEST_F(BrokerSubscribe, disconnectEndsTheFlowAndANewSubscribeStartsAgain)
 {
     Recorder recorder;
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/old"}, 200), 1);
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"users/1001/test/old"}, 200), 1);
     QSignalSpy aborted(VornNubraHelperTestAccess::connectReply(helper()), qOverload<>(&Nubra::Reply::abort));
     EXPECT_EQ(helper()->disconnectFromServer(), 0);
     EXPECT_TRUE(aborted.isEmpty()) << "an explicit end is not an abort";
     EXPECT_FALSE(VornNubraHelperTestAccess::connected(helper()));
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/new"}, 200), 1);
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"users/1001/test/new"}, 200), 1);
 
-    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/old", {{"n", 1}}));
-    ASSERT_TRUE(BrokerTest::admin().publish("vorn/test/new", {{"n", 2}}));
+    ASSERT_TRUE(BrokerTest::admin().publish("users/1001/test/old", {{"n", 1}}));
+    ASSERT_TRUE(BrokerTest::admin().publish("users/1001/test/new", {{"n", 2}}));
     ASSERT_TRUE(waitUntil([&] { return !recorder.messages.isEmpty(); }));
     ASSERT_EQ(recorder.messages.size(), 1);
-    EXPECT_EQ(recorder.messages.first().topic, "vorn/test/new");
+    EXPECT_EQ(recorder.messages.first().topic, "users/1001/test/new");
 }
 
 TEST_F(BrokerSubscribe, messagesPublishedAfterABrokerRestartStillArrive)
 {
     Recorder recorder;
-    EXPECT_EQ(helper()->subscribe("demo", {}, {"vorn/test/restart"}, 200), 1);
+    EXPECT_EQ(helper()->subscribe("demo", {}, {"users/1001/test/restart"}, 200), 1);
     Nubra::Reply* connection = VornNubraHelperTestAccess::connectReply(helper());
     ASSERT_NE(connection, nullptr);
     QSignalSpy dropped(connection, &Nubra::Reply::disconnected);
@@ -154,14 +154,14 @@ TEST_F(BrokerSubscribe, messagesPublishedAfterABrokerRestartStillArrive)
     ASSERT_TRUE(BrokerTest::admin().post("/devcloud/broker/restart", {{"downMs", 300}}));
 
     // The client restores the connection and the subscription by itself.
-    ASSERT_TRUE(probeUntilDelivered(recorder, "vorn/test/restart"));
+    ASSERT_TRUE(probeUntilDelivered(recorder, "users/1001/test/restart"));
     EXPECT_TRUE(VornNubraHelperTestAccess::connected(helper())) << "a restored connection is not an abort";
     EXPECT_EQ(dropped.size(), 1);
     EXPECT_EQ(reconnected.size(), 1);
     EXPECT_TRUE(aborted.isEmpty());
     recorder.messages.clear();
     const QList<QByteArray> payloads = jsonSequence("restart", 20);
-    ASSERT_TRUE(BrokerTest::mosquittoPub("vorn/test/restart", payloads));
+    ASSERT_TRUE(BrokerTest::mosquittoPub("users/1001/test/restart", payloads));
     ASSERT_TRUE(waitUntil([&] { return recorder.messages.size() >= payloads.size(); }));
     for (int i = 0; i < payloads.size(); ++i)
         EXPECT_EQ(recorder.messages[i].data.value("seq").toInt(), i);
@@ -178,8 +178,8 @@ TEST_F(BrokerSubscribe, refusalsByTheBrokerEndTheWaitWithZero)
         QString topic;
         bool staysConnected;
     } cases[] = {
-        {"a token the broker does not know", "demo", "not-a-token-of-this-cloud", "vorn/test/denied", false},
-        {"no user name: no credential is sent", QString(), QString(), "vorn/test/anonymous", false},
+        {"a token the broker does not know", "demo", "not-a-token-of-this-cloud", "users/1001/test/denied", false},
+        {"no user name: no credential is sent", QString(), QString(), "users/1001/test/anonymous", false},
         {"invalid topic filter: connected, subscription rejected", "demo", QString(), "vorn/#/bad", true},
     };
     const QString signedIn = BrokerTest::admin().signIn();

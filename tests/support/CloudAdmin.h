@@ -10,13 +10,23 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSslCertificate>
+#include <QSslConfiguration>
 #include <QTimer>
 
 namespace VornTest {
 
 class CloudAdmin {
 public:
-    explicit CloudAdmin(QString baseUrl) : m_base(std::move(baseUrl)) {}
+    // caFile: the certificate authority to trust (a dev cloud run with --tls).
+    explicit CloudAdmin(QString baseUrl, const QString& caFile = {})
+        : m_base(std::move(baseUrl))
+    {
+        if (!caFile.isEmpty()) {
+            m_ssl = QSslConfiguration::defaultConfiguration();
+            m_ssl.addCaCertificates(caFile);
+        }
+    }
 
     // Sends a request and returns the answer's JSON object (empty on
     // failure); lastStatus() is its HTTP status (0 without an answer).
@@ -24,6 +34,8 @@ public:
     {
         QNetworkRequest request(QUrl(m_base + path));
         request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+        if (!m_ssl.isNull())
+            request.setSslConfiguration(m_ssl);
         QNetworkReply* reply = m_network.sendCustomRequest(
             request, method, method == "GET" ? QByteArray() : QJsonDocument(body).toJson(QJsonDocument::Compact));
         QEventLoop loop;
@@ -82,6 +94,7 @@ public:
 
 private:
     QString m_base;
+    QSslConfiguration m_ssl;
     QNetworkAccessManager m_network;
     int m_lastStatus = 0;
 };

@@ -1,5 +1,7 @@
 #include "DevCloudProcess.h"
 
+#include "TestFiles.h"
+
 #include <QDeadlineTimer>
 #include <QRegularExpression>
 
@@ -7,8 +9,9 @@ namespace VornTest {
 
 QString DevCloudProcess::binary() { return QStringLiteral(VORN_DEVCLOUD_BINARY); }
 
-DevCloudProcess::DevCloudProcess(QStringList extraArgs)
+DevCloudProcess::DevCloudProcess(QStringList extraArgs, DataFolder data)
     : m_args(std::move(extraArgs))
+    , m_data(data)
 {
 }
 
@@ -17,9 +20,12 @@ DevCloudProcess::~DevCloudProcess() { stop(); }
 bool DevCloudProcess::start(int timeoutMs)
 {
     m_process.setProcessChannelMode(QProcess::MergedChannels);
-    QStringList args{QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--write-config"), configPath(),
-                     QStringLiteral("--data"), dataDir()};
+    QStringList args{QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--write-config"), configPath()};
+    if (m_data == DataFolder::Kept)
+        args << QStringLiteral("--data") << dataDir();
     args << m_args;
+    if (tlsRequested() && !args.contains(QStringLiteral("--tls")))
+        args << QStringLiteral("--tls");
     m_process.start(binary(), args);
     if (!m_process.waitForStarted(timeoutMs))
         return false;
@@ -37,6 +43,16 @@ bool DevCloudProcess::start(int timeoutMs)
     }
     return false;
 }
+
+void DevCloudProcess::kill()
+{
+    m_process.kill();
+    m_process.waitForFinished(5000);
+}
+
+bool DevCloudProcess::tlsRequested() { return qgetenv("VORN_TEST_DEVCLOUD_TLS") == "1"; }
+
+QString DevCloudProcess::caFile() const { return readJsonObject(configPath()).value(QStringLiteral("caFile")).toString(); }
 
 bool DevCloudProcess::stop(int graceMs)
 {

@@ -16,7 +16,7 @@ public:
         cloud = std::make_unique<DevCloudProcess>(m_args);
         ASSERT_TRUE(cloud->start()) << cloud->output().toStdString();
         qputenv("NUBRA_CONFIG", cloud->configPath().toLocal8Bit());
-        admin = std::make_unique<CloudAdmin>(cloud->baseUrl());
+        admin = std::make_unique<CloudAdmin>(cloud->baseUrl(), cloud->caFile());
     }
     void TearDown() override
     {

@@ -2,6 +2,7 @@
 # ctest fixture: starts or stops a shared nubra-devcloud for the e2e tests.
 #   devcloud-fixture.sh start DIR BINARY   writes DIR/config.json and DIR/pid
 #   devcloud-fixture.sh stop DIR
+# With VORN_TEST_DEVCLOUD_TLS=1 the cloud serves its API over HTTPS (--tls).
 set -euo pipefail
 action=$1 dir=$2
 case "$action" in
@@ -9,7 +10,9 @@ start)
   bin=$3
   mkdir -p "$dir"
   rm -f "$dir/config.json" "$dir/pid"
-  "$bin" --port 0 --data "$dir/data" --write-config "$dir/config.json" >"$dir/devcloud.log" 2>&1 &
+  tls=()
+  [ "${VORN_TEST_DEVCLOUD_TLS:-}" = 1 ] && tls=(--tls)
+  "$bin" --port 0 --data "$dir/data" --write-config "$dir/config.json" "${tls[@]}" >"$dir/devcloud.log" 2>&1 &
   echo $! >"$dir/pid"
   for _ in $(seq 1 150); do
     if grep -q "listening on" "$dir/devcloud.log" 2>/dev/null; then exit 0; fi

@@ -106,7 +106,7 @@ TEST(VornSubscribe, printsThePublishedMessageAndStopsAtTheCount)
 {
     const QString token = signIn();
     ASSERT_FALSE(token.isEmpty());
-    const QString topic = QStringLiteral("vorn-test/%1/status").arg(QUuid::createUuid().toString(QUuid::Id128));
+    const QString topic = QStringLiteral("users/1001/vorn-test/%1/status").arg(QUuid::createUuid().toString(QUuid::Id128));
 
     QProcess subscriber;
     subscriber.start(vornBinary(), {"--json", "subscribe", topic, "--count", "1", "--seconds", "20", "--settle", "1000",

@@ -25,13 +25,9 @@ namespace {
 constexpr qint64 kTokenLifetimeSeconds = 24 * 3600;
 
 // Issues a token for a user; returns the login answer.
-QJsonObject issueToken(Store& store, qint64 userId, const QString& name)
+QJsonObject issueToken(ServiceContext& context, qint64 userId, const QString& name)
 {
-    const QString token = newToken();
-    const qint64 expires = QDateTime::currentSecsSinceEpoch() + kTokenLifetimeSeconds;
-    store.query(QStringLiteral("INSERT INTO tokens (token, user_id, expires_at) VALUES (?1, ?2, ?3)"),
-                {token, userId, expires});
-    return QJsonObject{{QStringLiteral("token"), token},
+    return QJsonObject{{QStringLiteral("token"), context.sessions.issue(userId, kTokenLifetimeSeconds)},
                        {QStringLiteral("userID"), userId},
                        {QStringLiteral("name"), name},
                        {QStringLiteral("expiresIn"), kTokenLifetimeSeconds}};
@@ -54,7 +50,7 @@ void userLogin(ServiceContext& context, ApiCall& call)
         replyFailure(call, 401, QStringLiteral("wrongCredentials"), QStringLiteral("wrong account or password"));
         return;
     }
-    replySuccess(call, issueToken(context.store, (*rows)[0][0].toLongLong(), (*rows)[0][1].toString()));
+    replySuccess(call, issueToken(context, (*rows)[0][0].toLongLong(), (*rows)[0][1].toString()));
 }
 
 // ISO 3166-1 from Debian's iso-codes, read once.
@@ -182,7 +178,7 @@ void userCodeLogin(ServiceContext& context, ApiCall& call)
         replyFailure(call, 404, QStringLiteral("unknownAccount"), QStringLiteral("no account %1").arg(account));
         return;
     }
-    replySuccess(call, issueToken(context.store, (*user)[0][0].toLongLong(), (*user)[0][1].toString()));
+    replySuccess(call, issueToken(context, (*user)[0][0].toLongLong(), (*user)[0][1].toString()));
 }
 
 // ---- the caller's country -----------------------------------------------

@@ -61,8 +61,10 @@ CREATE TABLE IF NOT EXISTS front_spaces (
   user_id INTEGER PRIMARY KEY REFERENCES users(id),
   space_id INTEGER NOT NULL REFERENCES spaces(id)
 );
-CREATE TABLE IF NOT EXISTS upload_tokens (
-  token TEXT PRIMARY KEY,
+-- Upload tokens are kept as hashes only; "upload_tokens" held them in clear.
+DROP TABLE IF EXISTS upload_tokens;
+CREATE TABLE IF NOT EXISTS upload_grants (
+  token_sha256 TEXT PRIMARY KEY,
   user_id INTEGER NOT NULL REFERENCES users(id),
   space_id INTEGER NOT NULL REFERENCES spaces(id),
   expires_at INTEGER NOT NULL
@@ -215,8 +217,8 @@ void sdkDynamicEncodeToken(ServiceContext& context, ApiCall& call)
     const QString token = newToken();
     const qint64 expiresAt = QDateTime::currentSecsSinceEpoch() + ttl;
     context.store.query(
-        QStringLiteral("INSERT INTO upload_tokens (token, user_id, space_id, expires_at) VALUES (?1, ?2, ?3, ?4)"),
-        {token, call.user->id, *spaceId, expiresAt});
+        QStringLiteral("INSERT INTO upload_grants (token_sha256, user_id, space_id, expires_at) VALUES (?1, ?2, ?3, ?4)"),
+        {tokenHash(token), call.user->id, *spaceId, expiresAt});
     replySuccess(call, QJsonObject{{QStringLiteral("uploadToken"), token},
                                    {QStringLiteral("spaceId"), *spaceId},
                                    {QStringLiteral("expiresIn"), ttl},
@@ -242,7 +244,8 @@ UploadGrant checkUploadToken(Store& store, const QString& token)
         return grant;
     }
     const auto rows =
-        store.query(QStringLiteral("SELECT user_id, space_id, expires_at FROM upload_tokens WHERE token = ?1"), {token});
+        store.query(QStringLiteral("SELECT user_id, space_id, expires_at FROM upload_grants WHERE token_sha256 = ?1"),
+                    {tokenHash(token)});
     if (!rows || rows->empty()) {
         grant = {0, 0, 401, QStringLiteral("unauthorized"), QStringLiteral("unknown upload token")};
         return grant;
@@ -502,6 +505,7 @@ void registerDiskService(ServiceContext& context)
                              const httplib::ContentReader& reader) { upload(*c, request, response, reader); };
     context.server.Put(uploadPath, uploadHandler);
     context.server.Post(uploadPath, uploadHandler);
+    context.router.markStreamed(uploadPath);
 
     context.configSections.insert(QStringLiteral("disk"),
                                   QJsonObject{{QStringLiteral("uploadPath"), kUploadPath},

@@ -3,7 +3,11 @@
 
 #include "Services.h"
 
+#include "Passwords.h"
+
 #include <QDateTime>
+#include <QJsonDocument>
+#include <QRegularExpression>
 #include <QJsonArray>
 
 namespace devcloud {
@@ -161,8 +165,8 @@ void authToken(ServiceContext& context, ApiCall& call)
         return;
     }
     const auto rows = context.store.query(
-        QStringLiteral("SELECT user_id, expires_at FROM tokens WHERE token = ?1 AND expires_at > ?2"),
-        {token, QDateTime::currentSecsSinceEpoch()});
+        QStringLiteral("SELECT user_id, expires_at FROM sessions WHERE token_sha256 = ?1 AND expires_at > ?2"),
+        {tokenHash(token), QDateTime::currentSecsSinceEpoch()});
     if (!rows || rows->empty()) {
         replySuccess(call, QJsonObject{{QStringLiteral("valid"), false}});
         return;
@@ -192,6 +196,27 @@ void registerGeneralService(ServiceContext& context)
           Auth::Token, [c](ApiCall& call) { listFAPackageInstance(*c, call); });
     r.add(QStringLiteral("authToken"), QStringLiteral("GET"), QStringLiteral("/api/v1/auth/token"), Auth::None,
           [c](ApiCall& call) { authToken(*c, call); });
+
+    // Test control: gives a device to a user, adding it when new (a VS-200).
+    // The broker's permissions follow before the answer leaves.
+    context.server.Post("/devcloud/device/owner", [c](const httplib::Request& request, httplib::Response& response) {
+        const QJsonObject body = QJsonDocument::fromJson(QByteArray::fromStdString(request.body)).object();
+        const QString sn = body.value(QStringLiteral("sn")).toString();
+        const qint64 userId = body.value(QStringLiteral("userID")).toVariant().toLongLong();
+        static const QRegularExpression serial(QStringLiteral("^[A-Za-z0-9-]{1,64}$"));
+        if (!serial.match(sn).hasMatch()
+            || c->store.scalar(QStringLiteral("SELECT COUNT(*) FROM users WHERE id = ?1"), {userId}).toLongLong() != 1) {
+            writeFailure(response, 400, QStringLiteral("badRequest"),
+                         QStringLiteral("\"sn\" (letters, digits, '-') and \"userID\" of a user are required"));
+            return;
+        }
+        c->store.query(QStringLiteral("INSERT INTO devices (sn, user_id, model_code, firmware) VALUES (?1, ?2, "
+                                      "'VS-200', '2.4.1') ON CONFLICT(sn) DO UPDATE SET user_id = ?2"),
+                       {sn, userId});
+        writeJson(response, 200,
+                  {{QStringLiteral("status"), QStringLiteral("success")},
+                   {QStringLiteral("result"), QJsonObject{{QStringLiteral("sn"), sn}, {QStringLiteral("userID"), userId}}}});
+    });
 }
 
 } // namespace devcloud

@@ -76,8 +76,9 @@ bool payloadOf(const QJsonObject& body, QByteArray* payload, QString* message)
 
 } // namespace
 
-MessageHub::MessageHub(Store& store, bool tls)
+MessageHub::MessageHub(Store& store, SessionTokens& sessions, bool tls)
     : m_store(store)
+    , m_sessions(sessions)
     , m_broker(tls)
 {
 }
@@ -90,7 +91,7 @@ MessageHub::~MessageHub()
 
 bool MessageHub::start(QString* error)
 {
-    syncTokens();
+    syncAccounts();
     if (!m_broker.start(error))
         return false;
     m_publisher = std::make_unique<BrokerPublisher>();
@@ -133,24 +134,37 @@ bool MessageHub::restart(int downMs, QString* error)
     return startBroker(error);
 }
 
-void MessageHub::syncTokens()
+QStringList MessageHub::topicsOf(qint64 userId)
 {
-    std::lock_guard<std::mutex> lock(m_syncMutex);
-    const qint64 top = m_store.scalar(QStringLiteral("SELECT COALESCE(MAX(rowid), 0) FROM tokens")).toLongLong();
-    if (top == m_lastTokenRow)
-        return;
-    QStringList tokens;
-    const auto rows = m_store.query(QStringLiteral("SELECT token FROM tokens WHERE expires_at > ?1"),
-                                    {QDateTime::currentSecsSinceEpoch()});
+    QStringList topics{QStringLiteral("users/%1/#").arg(userId)};
+    const auto rows =
+        m_store.query(QStringLiteral("SELECT sn FROM devices WHERE user_id = ?1 ORDER BY sn"), {userId});
     if (rows)
         for (const auto& row : *rows)
-            tokens.append(row[0].toString());
+            topics.append(QStringLiteral("devices/%1/#").arg(row[0].toString()));
+    return topics;
+}
+
+void MessageHub::syncAccounts()
+{
+    std::lock_guard<std::mutex> lock(m_syncMutex);
+    // The files depend on the tokens issued and on who owns which device.
+    QString state = QString::number(m_sessions.issuedCount());
+    const auto owners = m_store.query(QStringLiteral("SELECT sn, user_id FROM devices ORDER BY sn"));
+    if (owners)
+        for (const auto& row : *owners)
+            state += QLatin1Char(' ') + row[0].toString() + QLatin1Char('=') + row[1].toString();
+    if (state == m_lastSync)
+        return;
+    std::vector<BrokerAccount> accounts;
+    for (const SessionTokens::Live& live : m_sessions.live())
+        accounts.push_back({live.token, topicsOf(live.userId)});
     QString error;
-    if (!m_broker.setTokens(tokens, &error)) {
-        std::fprintf(stderr, "nubra-devcloud: broker credentials not updated: %s\n", qPrintable(error));
+    if (!m_broker.setAccounts(accounts, &error)) {
+        std::fprintf(stderr, "nubra-devcloud: broker accounts not updated: %s\n", qPrintable(error));
         return;
     }
-    m_lastTokenRow = top;
+    m_lastSync = state;
 }
 
 bool MessageHub::publish(const QString& topic, const QByteArray& payload, int qos, bool retain, QString* error)
@@ -164,7 +178,7 @@ bool MessageHub::publish(const QString& topic, const QByteArray& payload, int qo
 
 std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context, bool brokerTls)
 {
-    auto hub = std::make_unique<MessageHub>(context.store, brokerTls);
+    auto hub = std::make_unique<MessageHub>(context.store, context.sessions, brokerTls);
     QString error;
     if (!hub->start(&error)) {
         std::fprintf(stderr, "nubra-devcloud: no message broker: %s\n", qPrintable(error));
@@ -188,10 +202,10 @@ std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context, bool
     }
     context.configSections.insert(QStringLiteral("mqtt"), mqtt);
 
-    // A token issued by any request (sign-in) becomes a broker credential
-    // before that request's answer leaves.
+    // A token issued by any request (sign-in), and a device's new owner,
+    // reach the broker before that request's answer leaves.
     context.server.set_post_routing_handler(
-        [messages](const httplib::Request&, httplib::Response&) { messages->syncTokens(); });
+        [messages](const httplib::Request&, httplib::Response&) { messages->syncAccounts(); });
 
     context.server.Post("/devcloud/publish", [messages](const httplib::Request& request, httplib::Response& response) {
         QJsonObject body;
@@ -228,7 +242,8 @@ std::unique_ptr<MessageHub> registerMessageService(ServiceContext& context, bool
                            {QStringLiteral("result"),
                             QJsonObject{{QStringLiteral("running"), messages->broker().isRunning()},
                                         {QStringLiteral("host"), messages->broker().host()},
-                                        {QStringLiteral("port"), messages->broker().port()}}}};
+                                        {QStringLiteral("port"), messages->broker().port()},
+                                        {QStringLiteral("pid"), qint64(messages->broker().pid())}}}};
     };
     context.server.Get("/devcloud/broker", [brokerState](const httplib::Request&, httplib::Response& response) {
         writeJson(response, 200, brokerState());

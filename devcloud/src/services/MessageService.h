@@ -10,15 +10,17 @@
 
 namespace devcloud {
 
+class SessionTokens;
 class Store;
 
 // The dev cloud's message server: a mosquitto broker, the cloud's own
-// publishing connection to it, and the broker's view of the user tokens.
+// publishing connection to it, and the broker's view of the user tokens
+// and of the topics each may use (see topicsOf).
 // Owned by DevCloud; destroying it stops the broker.
 class MessageHub {
 public:
     // With tls, the broker and the cloud's publisher speak TLS.
-    MessageHub(Store& store, bool tls);
+    MessageHub(Store& store, SessionTokens& sessions, bool tls);
     ~MessageHub();
 
     bool start(QString* error);
@@ -28,9 +30,13 @@ public:
     bool stopBroker();
     bool startBroker(QString* error);
 
-    // Makes the broker accept every unexpired token when a token was issued
-    // since the last call; cheap when nothing changed.
-    void syncTokens();
+    // Makes the broker accept every unexpired token, each for the topics of
+    // its user, when a token was issued or a device changed hands since the
+    // last call; cheap when nothing changed.
+    void syncAccounts();
+    // The topic filters a user may subscribe and publish to: "users/ID/#"
+    // and "devices/SN/#" for each of the user's devices.
+    QStringList topicsOf(qint64 userId);
 
     bool publish(const QString& topic, const QByteArray& payload, int qos, bool retain, QString* error);
 
@@ -40,10 +46,12 @@ private:
     bool reconnectPublisher(int connectsBefore, QString* error);
 
     Store& m_store;
+    SessionTokens& m_sessions;
     Broker m_broker;
     std::unique_ptr<BrokerPublisher> m_publisher;
     std::mutex m_syncMutex;
-    qint64 m_lastTokenRow = -1;
+    QString m_lastSync; // what the broker's files were written from
+
 };
 
 } // namespace devcloud

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Router.h"
+#include "SessionTokens.h"
 #include "Store.h"
 
 #include <QJsonObject>
@@ -19,6 +20,7 @@ struct ServiceContext {
     httplib::Server& server;
     ApiRouter& router;
     Store& store;
+    SessionTokens& sessions;
     // Folder for files the cloud keeps (uploads, packages); exists.
     QString dataDir;
     // "http://127.0.0.1:PORT", known before any request is served.
