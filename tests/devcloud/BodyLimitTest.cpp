@@ -49,7 +49,7 @@ TEST(BodyLimits, chunkedBodiesAreBoundedLikeAnnouncedOnes)
     const Case cases[] = {
         // Parsed: the wrong credentials are what is refused.
         {"a chunked body under the limit is read", "/api/v1/user/login", 3 * kMiB, 401},
-        {"past the limit: 413 before the rest is read", "/api/v1/user/login", 64 * kMiB, 413},
+        {"past the limit: 413 before the rest is read", "/api/v1/user/login", 256 * kMiB, 413},
         // Test controls' bodies are read whole by the HTTP server: it would
         // take any chunked body, so they need a length.
         {"a test control needs a length", "/devcloud/publish", 1024, 411},
@@ -80,5 +80,7 @@ TEST(BodyLimits, chunkedBodiesAreBoundedLikeAnnouncedOnes)
     }
     const qint64 peakAfter = peakMemory(cloud.processId());
     ASSERT_GT(peakBefore, 0);
-    EXPECT_LT(peakAfter - peakBefore, 48 * kMiB) << "memory is bounded by the limit, not by the body";
+    // Read whole, the 256 MiB body took twice that; the bound leaves room
+    // for a sanitizer's allocator.
+    EXPECT_LT(peakAfter - peakBefore, 128 * kMiB) << "memory is bounded by the limit, not by the body";
 }
