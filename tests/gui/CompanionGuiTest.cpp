@@ -65,7 +65,8 @@ private:
     void click(const char* button);
     // Runs what while the next blocking call waits (from inside its wait).
     void duringNextCall(std::function<void()> what);
-    void screenshot(const QString& name);
+    // idle: wait until no blocking call runs (else: show the busy window).
+    void screenshot(const QString& name, bool idle = true);
     void verifyNoFreeze();
 
     VornTest::DevCloudProcess m_cloud;
@@ -119,12 +120,14 @@ void CompanionGuiTest::duringNextCall(std::function<void()> what)
     });
 }
 
-void CompanionGuiTest::screenshot(const QString& name)
+void CompanionGuiTest::screenshot(const QString& name, bool idle)
 {
     if (m_screenshots.isEmpty())
         return;
-    // Let the last changes reach the X server before it is read.
-    QTRY_VERIFY(!m_window->busyState()->busy());
+    if (idle)
+        QTRY_VERIFY(!m_window->busyState()->busy());
+    // Let the last changes reach the X server before it is read (screenshot
+    // runs only: its pause shows in that run's repaint figures).
     QTest::qWait(200);
     const QString path = m_screenshots + QLatin1Char('/') + name + QStringLiteral(".png");
     QCOMPARE(QProcess::execute(QStringLiteral("import"),
@@ -270,7 +273,10 @@ void CompanionGuiTest::updateDownloadPausesResumesAndCompletes()
             return;
         pauseClicked = true;
         otherActionsDisabled = !find<QPushButton>("download")->isEnabled() && !find<QPushButton>("check")->isEnabled();
-        QTimer::singleShot(0, this, [this] { QTest::mouseClick(find<QPushButton>("pause"), Qt::LeftButton); });
+        QTimer::singleShot(0, this, [this] {
+            screenshot(QStringLiteral("companion-updates-busy"), false);
+            QTest::mouseClick(find<QPushButton>("pause"), Qt::LeftButton);
+        });
     });
     click("download");
     disconnect(pauser);
