@@ -189,6 +189,14 @@ TEST(TrustBoundary, apiRedirectsStayOnTheirOrigin)
         EXPECT_EQ(o.error, c.expected) << message(o).toStdString();
         EXPECT_TRUE(message(o).contains(QLatin1String(c.named))) << message(o).toStdString();
     }
+    // A region whose base URL has another scheme is refused at once.
+    QJsonObject config = apiConfig(api.url(), paths);
+    config.insert("regions", QJsonObject{{"old", "ftp://127.0.0.1:" + QString::number(ftp.port())}});
+    ASSERT_TRUE(VornTest::configure(manager, dir, config));
+    const Observed region = VornTest::observe(manager.request("same", "old", record, {}));
+    EXPECT_EQ(region.status, Error::InvalidArgument);
+    EXPECT_TRUE(message(region).contains("\"ftp\"")) << message(region).toStdString();
+
     EXPECT_TRUE(other.requests().isEmpty());
     EXPECT_EQ(ftp.connections(), 0);
 }

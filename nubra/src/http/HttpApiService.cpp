@@ -78,6 +78,12 @@ Reply* HttpApiService::start(const RequestContext& request)
                                        : QStringLiteral("unknown region \"%1\"").arg(request.extra),
                                    parent);
     }
+    // A region's URL is read as given: only http(s) is spoken, refused here
+    // before any connection rather than by curl on a later turn.
+    const QString baseProblem = webUrlProblem(*base);
+    if (!baseProblem.isEmpty())
+        return LocalReply::refused(request.name, Error::InvalidArgument,
+                                   QStringLiteral("base URL: ") + baseProblem, parent);
 
     const QVariantMap params = request.record.value(QStringLiteral("params")).toMap();
     const QVariantMap body = request.record.value(QStringLiteral("body")).toMap();
