@@ -279,10 +279,13 @@ namespace {
 // A client registered for upgrades of model "VS-200" whose package entries
 // come from `cloud` ("/api/v1/upgrade/package" answers `entry()`).
 struct UpgradeClient {
-    explicit UpgradeClient(HostileServer& cloud)
+    explicit UpgradeClient(HostileServer& cloud, const QJsonObject& extraConfig = {})
     {
         EXPECT_TRUE(folder.isValid());
-        EXPECT_TRUE(VornTest::configure(manager, folder, apiConfig(cloud.url())));
+        QJsonObject config = apiConfig(cloud.url());
+        for (auto it = extraConfig.begin(); it != extraConfig.end(); ++it)
+            config.insert(it.key(), it.value());
+        EXPECT_TRUE(VornTest::configure(manager, folder, config));
         const QVariantMap model{{"modelCode", "VS-200"}, {"version", "1.0.0"}, {"osType", "mac"}, {"langType", "en"}};
         const Observed o = VornTest::run(manager, "autoUpgrade:setAutoUpgradeConfig",
                                          {{"VS-200", model}, {"path", folder.filePath("packages")}});
@@ -365,7 +368,8 @@ TEST(TrustBoundary, packageDownloadStopsAtTheAnnouncedSize)
 
 // A peer that trickles 2 bytes/s, or goes silent after a fast start, ends
 // in TimedOut about a second after the stall period (1 s here), not when
-// curl's averaged speed finally drops (seconds later), and never hangs.
+// curl's averaged speed finally drops (seconds later), and never hangs; a
+// file download and a package download alike.
 TEST(TrustBoundary, tricklesAndStallsEndInTimedOut)
 {
     HostileServer files;
@@ -382,17 +386,18 @@ TEST(TrustBoundary, tricklesAndStallsEndInTimedOut)
         r.stallAfter = 1024 * 1024;
         return r;
     });
-    QTemporaryDir dir;
-    Nubra::Manager manager;
-    QJsonObject config = apiConfig(files.url());
-    config.insert("stallTimeout", 1);
-    ASSERT_TRUE(VornTest::configure(manager, dir, config));
-    for (const char* path : {"/trickle", "/stall"}) {
+    UpgradeClient client(files, {{"stallTimeout", 1}});
+    client.size = 4 * 1024 * 1024;
+    for (const char* path : {"/trickle", "/stall", "package /trickle", "package /stall"}) {
         SCOPED_TRACE(path);
+        const bool package = QByteArray(path).startsWith("package");
+        const QString url = files.url(QString::fromLatin1(path).section(' ', -1));
         QElapsedTimer clock;
         clock.start();
-        const Observed o = VornTest::run(manager, "startDownload",
-                                         {{"urls", files.url(QLatin1String(path))}, {"path", dir.filePath("f.bin")}});
+        client.url = url;
+        const Observed o = package ? client.download()
+                                   : VornTest::run(client.manager, "startDownload",
+                                                   {{"urls", url}, {"path", client.folder.filePath("f.bin")}});
         const qint64 elapsed = clock.elapsed();
         EXPECT_EQ(o.error, Error::TimedOut) << message(o).toStdString();
         EXPECT_GE(elapsed, 1000);
