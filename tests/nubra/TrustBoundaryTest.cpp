@@ -471,9 +471,10 @@ TEST(TrustBoundary, resumeNeedsAStrongValidator)
 }
 
 // A disk that fills up (a file-size limit stands in for it: the same write
-// failure, EFBIG instead of ENOSPC) fails with the system's reason; the
-// resume record stays whole, and once there is room the download resumes
-// from the bytes on disk.
+// failure, EFBIG instead of ENOSPC) fails with the system's reason, while
+// writing the bytes and, on the next attempt, while writing the resume
+// record; the record stays whole, and once there is room the download
+// resumes from the bytes on disk.
 TEST(TrustBoundary, fullDiskKeepsTheBytesResumable)
 {
     HostileServer files;
@@ -487,22 +488,41 @@ TEST(TrustBoundary, fullDiskKeepsTheBytesResumable)
     ASSERT_TRUE(VornTest::configure(manager, dir, apiConfig(files.url())));
     const QString target = dir.filePath("f.bin");
 
-    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit previous{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
-    rlimit small = previous;
-    small.rlim_cur = 100000; // not a multiple of any buffer: a short write first
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const Observed full = VornTest::run(manager, "startDownload", {{"urls", files.url("/f")}, {"path", target}});
-    setrlimit(RLIMIT_FSIZE, &previous);
-    std::signal(SIGXFSZ, previousHandler);
-
+    // Runs the download with files limited to `limit` bytes.
+    const auto downloadWithLimit = [&](rlim_t limit) {
+        const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit previous{};
+        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
+        rlimit small = previous;
+        small.rlim_cur = limit;
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+        const Observed o = VornTest::run(manager, "startDownload", {{"urls", files.url("/f")}, {"path", target}});
+        setrlimit(RLIMIT_FSIZE, &previous);
+        std::signal(SIGXFSZ, previousHandler);
+        return o;
+    };
+    // Not a multiple of any buffer: a short write first.
+    const Observed full = downloadWithLimit(100000);
     EXPECT_EQ(full.error, Error::FileWriteFailed);
     EXPECT_TRUE(message(full).contains(strerrorText(EFBIG))) << message(full).toStdString();
     const qint64 kept = QFileInfo(target + ".part").size();
     EXPECT_GT(kept, 0);
     EXPECT_LE(kept, 100000);
-    EXPECT_EQ(VornTest::readJsonObject(target + ".part.json").value("validator").toString(), "\"d1\"");
+    QFile record(target + ".part.json");
+    ASSERT_TRUE(record.open(QIODevice::ReadOnly));
+    const QByteArray recorded = record.readAll();
+    record.close();
+    EXPECT_EQ(QJsonDocument::fromJson(recorded).object().value("validator").toString(), "\"d1\"");
+
+    // Too little room even for the record: the old one stays as it was.
+    const Observed noRoom = downloadWithLimit(recorded.size() / 2);
+    EXPECT_EQ(noRoom.error, Error::FileWriteFailed);
+    EXPECT_TRUE(message(noRoom).contains("resume record")) << message(noRoom).toStdString();
+    EXPECT_TRUE(message(noRoom).contains(strerrorText(EFBIG))) << message(noRoom).toStdString();
+    ASSERT_TRUE(record.open(QIODevice::ReadOnly));
+    EXPECT_EQ(record.readAll(), recorded);
+    record.close();
+    EXPECT_EQ(QFileInfo(target + ".part").size(), kept);
 
     const Observed resumed = VornTest::run(manager, "startDownload", {{"urls", files.url("/f")}, {"path", target}});
     ASSERT_EQ(resumed.errors, 0) << message(resumed).toStdString();

@@ -458,9 +458,19 @@ bool ResumableDownload::writeMeta()
                              {QStringLiteral("total"), double(m_total)},
                              {QStringLiteral("sha256"), QString::fromLatin1(m_options.expectedSha256)}};
     const QByteArray bytes = QJsonDocument(object).toJson(QJsonDocument::Compact);
-    if (meta.open(QIODevice::WriteOnly) && meta.write(bytes) == bytes.size() && meta.commit())
+    // Unbuffered, and short writes retried: a buffered QSaveFile takes a
+    // short write at commit() for success and renames a cut record into
+    // place.
+    bool written = meta.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    for (qint64 done = 0; written && done < bytes.size();) {
+        const qint64 wrote = meta.write(bytes.constData() + done, bytes.size() - done);
+        written = wrote > 0;
+        done += wrote;
+    }
+    if (written && meta.commit())
         return true;
     m_sinkMessage = QStringLiteral("cannot write the resume record %1: %2").arg(m_metaPath, meta.errorString());
+    meta.cancelWriting();
     return false;
 }
 
