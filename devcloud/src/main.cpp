@@ -41,8 +41,9 @@ int main(int argc, char** argv)
                                         QStringLiteral("Client configuration written by a running dev cloud."),
                                         QStringLiteral("file"));
     QCommandLineOption brokerTlsOption(QStringLiteral("broker-tls"),
-                                       QStringLiteral("The message broker listens with TLS (self-signed certificate "
-                                                      "for 127.0.0.1, written to the configuration as \"caFile\")."));
+                                       QStringLiteral("The message broker listens with TLS (certificate for "
+                                                      "127.0.0.1 signed by a CA made for this run, written to the "
+                                                      "configuration's \"mqtt\" section as \"caFile\")."));
     QCommandLineOption tlsOption(QStringLiteral("tls"),
                                  QStringLiteral("Serve the API over HTTPS (certificate for 127.0.0.1 and localhost, "
                                                 "signed by a CA made for this run and written to the configuration as "

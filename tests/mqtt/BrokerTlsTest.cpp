@@ -107,7 +107,7 @@ TEST_F(BrokerTls, theWrittenConfigurationConnectsOverTlsAndDeliversMessagesUncha
 
 TEST_F(BrokerTls, aBrokerThatCannotBeVerifiedFailsTheConnection)
 {
-    // A second self-signed certificate for the same address, not the broker's.
+    // A self-signed certificate for the same address, not the broker's CA.
     const QString unrelated = dir.filePath("unrelated.pem");
     ASSERT_EQ(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
                                             "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
