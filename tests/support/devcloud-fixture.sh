@@ -9,7 +9,9 @@ case "$action" in
 start)
   bin=$3
   mkdir -p "$dir"
-  rm -f "$dir/config.json" "$dir/pid"
+  # The log of an earlier run goes too: the redirection below happens in the
+  # background, and the wait must not find that run's "listening on" line.
+  rm -f "$dir/config.json" "$dir/pid" "$dir/devcloud.log"
   tls=()
   [ "${VORN_TEST_DEVCLOUD_TLS:-}" = 1 ] && tls=(--tls)
   "$bin" --port 0 --data "$dir/data" --write-config "$dir/config.json" "${tls[@]}" >"$dir/devcloud.log" 2>&1 &
