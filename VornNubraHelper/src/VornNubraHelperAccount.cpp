@@ -3,6 +3,7 @@
 
 #include "VornNubraHelper.h"
 
+#include "DebugText.h"
 #include "LocalWait.h"
 
 #include <Nubra/Manager.h>
@@ -159,7 +160,7 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
             // caller with an empty "status" entry.
             const QVariant& answerStatus = copy[QStringLiteral("status")];
             if (answerStatus.toString() != QLatin1String("success"))
-                qDebug() << "VornCloudDiskRequest finished error " << copy;
+                qDebug().noquote() << "VornCloudDiskRequest finished error " << VornDebugText::ofMap(copy);
             result = copy;
             loop.quit();
         },

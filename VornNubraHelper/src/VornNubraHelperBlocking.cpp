@@ -3,6 +3,7 @@
 
 #include "VornNubraHelper.h"
 
+#include "DebugText.h"
 #include "LocalWait.h"
 #include "VornLog.h"
 
@@ -49,7 +50,7 @@ ErrorCode waitForReply(Nubra::Reply* reply, const QString& name, int interfaceVa
                 return;
             if (answer.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
                 if (variant.logFailure)
-                    qDebug() << "Nubra Post fail." << answer;
+                    qDebug().noquote() << "Nubra Post fail." << VornDebugText::ofMap(answer);
                 variant.store(answer);
                 code = NubraCommon::ResponseFailed;
             } else {

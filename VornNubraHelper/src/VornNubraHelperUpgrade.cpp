@@ -3,6 +3,7 @@
 
 #include "VornNubraHelper.h"
 
+#include "DebugText.h"
 #include "LocalWait.h"
 #include "VornLog.h"
 
@@ -178,10 +179,10 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
         reply, &Nubra::Reply::finished, reply,
         [loop, &succeeded](const QVariantMap& answer) {
             if (answer.value(QStringLiteral("status")).toString() == QLatin1String("success")) {
-                qDebug() << "startDownloadSoftware success." << answer;
+                qDebug().noquote() << "startDownloadSoftware success." << VornDebugText::ofMap(answer);
                 succeeded = true;
             } else {
-                qDebug() << "startDownloadSoftware fail." << answer;
+                qDebug().noquote() << "startDownloadSoftware fail." << VornDebugText::ofMap(answer);
                 succeeded = false;
             }
             loop->quit();

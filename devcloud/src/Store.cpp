@@ -47,15 +47,15 @@ std::optional<std::vector<Store::Row>> Store::query(const QString& sql, const QV
     for (int i = 0; i < params.size(); ++i) {
         const QVariant& value = params.at(i);
         const int index = i + 1;
-        switch (value.type()) {
-        case QVariant::Invalid: sqlite3_bind_null(statement, index); break;
-        case QVariant::Int:
-        case QVariant::LongLong:
-        case QVariant::UInt:
-        case QVariant::ULongLong:
-        case QVariant::Bool: sqlite3_bind_int64(statement, index, value.toLongLong()); break;
-        case QVariant::Double: sqlite3_bind_double(statement, index, value.toDouble()); break;
-        case QVariant::ByteArray: {
+        switch (value.userType()) {
+        case QMetaType::UnknownType: sqlite3_bind_null(statement, index); break;
+        case QMetaType::Int:
+        case QMetaType::LongLong:
+        case QMetaType::UInt:
+        case QMetaType::ULongLong:
+        case QMetaType::Bool: sqlite3_bind_int64(statement, index, value.toLongLong()); break;
+        case QMetaType::Double: sqlite3_bind_double(statement, index, value.toDouble()); break;
+        case QMetaType::QByteArray: {
             const QByteArray bytes = value.toByteArray();
             sqlite3_bind_blob(statement, index, bytes.constData(), bytes.size(), SQLITE_TRANSIENT);
             break;

@@ -290,9 +290,17 @@ TEST(AccountDiskLogs, debugLinesKeepTheirTexts)
     ScriptedService service;
     service.answerAfter(QStringLiteral("captcha"), 0, kSuccess);
     service.answerAfter(QStringLiteral("changeSpace"), 0, {{QStringLiteral("status"), QStringLiteral("Success")}});
+    // Lists at any depth are written as Qt 5 writes them, also when built with Qt 6.
+    const QVariantMap withLists{
+        {QStringLiteral("status"), QStringLiteral("Success")},
+        {QStringLiteral("result"),
+         QVariantMap{{QStringLiteral("ids"), QVariantList{1, QStringLiteral("two"), QVariantList{}, QVariant()}},
+                     {QStringLiteral("tags"), QStringList{QStringLiteral("a"), QStringLiteral("b\"")}}}}};
     VornTest::QtMessageCapture capture;
     QVariantMap result;
     helper()->VornUserAccountRequest(VornUserAccountInterface::Captcha, result, {}, {}, {}, {}, {});
+    helper()->VornCloudDiskRequest(VornCloudDiskInterface::ChangeSpace, result, {}, {}, {}, {});
+    service.answerAfter(QStringLiteral("changeSpace"), 0, withLists);
     helper()->VornCloudDiskRequest(VornCloudDiskInterface::ChangeSpace, result, {}, {}, {}, {});
     helper()->VornCloudDiskRequest(VornCloudDiskInterface(8), result, {}, {}, {}, {});
     const QStringList expected{
@@ -300,6 +308,10 @@ TEST(AccountDiskLogs, debugLinesKeepTheirTexts)
         QStringLiteral("finished______ \"\""),
         QStringLiteral("VornCloudDiskRequest interface is  \"changeSpace\""),
         QStringLiteral("VornCloudDiskRequest finished error  QMap((\"status\", QVariant(QString, \"Success\")))"),
+        QStringLiteral("VornCloudDiskRequest finished error  QMap((\"result\", QVariant(QVariantMap, QMap((\"ids\", "
+                       "QVariant(QVariantList, (QVariant(int, 1), QVariant(QString, \"two\"), QVariant(QVariantList, ()), "
+                       "QVariant(Invalid))))(\"tags\", QVariant(QStringList, (\"a\", \"b\\\"\"))))))(\"status\", "
+                       "QVariant(QString, \"Success\")))"),
         QStringLiteral("VornCloudDiskRequest interface  \"changeSpace\"  finished"),
         QStringLiteral("VornCloudDiskRequest have not 8 interface"),
     };

@@ -50,16 +50,16 @@ TEST(Catalogue, generalEntries)
         for (const QString& marker : {token, params}) {
             if (it->second.contains(marker)) {
                 const QVariant value = it->second.value(marker);
-                EXPECT_EQ(value.type(), QVariant::String);
+                EXPECT_EQ(value.userType(), QMetaType::QString);
                 EXPECT_TRUE(value.toString().isEmpty());
                 EXPECT_FALSE(value.isNull()) << qPrintable(marker);
                 EXPECT_FALSE(value.toString().isNull()) << qPrintable(marker);
             }
         }
         if (it->second.contains(body)) {
-            EXPECT_EQ(it->second.value(body).type(), QVariant::List);
+            EXPECT_EQ(it->second.value(body).userType(), QMetaType::QVariantList);
             for (const QVariant& key : it->second.value(body).toList())
-                EXPECT_EQ(key.type(), QVariant::String);
+                EXPECT_EQ(key.userType(), QMetaType::QString);
         }
     }
     for (int absent : {-128, -1, 2, 7, 8, 10, 12, 18, 127})

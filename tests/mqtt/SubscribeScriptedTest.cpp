@@ -78,7 +78,7 @@ TEST_F(Subscribe, connectRecordCarriesTheTokenOnlyWhenAUserNameIsGiven)
         ASSERT_EQ(service->calls.size(), 1);
         EXPECT_EQ(service->calls[0].name, kConnect);
         EXPECT_EQ(service->calls[0].record, c.expected);
-        EXPECT_EQ(service->calls[0].record.value("serverAuthentication").type(), QVariant::UInt);
+        EXPECT_EQ(service->calls[0].record.value("serverAuthentication").userType(), QMetaType::UInt);
         EXPECT_TRUE(service->calls[0].options.isEmpty());
     }
 }

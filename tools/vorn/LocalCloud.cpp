@@ -11,12 +11,24 @@
 #include <sys/prctl.h>
 
 // QProcess whose child gets SIGTERM when vorn dies, whatever the cause.
+// Qt 6 replaced the virtual setupChildProcess by setChildProcessModifier.
 class LocalCloud::ChildProcess : public QProcess {
 public:
-    using QProcess::QProcess;
+    explicit ChildProcess(QObject* parent = nullptr)
+        : QProcess(parent)
+    {
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+        setChildProcessModifier([] { dieWithParent(); });
+#endif
+    }
 
 protected:
-    void setupChildProcess() override { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    void setupChildProcess() override { dieWithParent(); }
+#endif
+
+private:
+    static void dieWithParent() { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }
 };
 
 LocalCloud::LocalCloud(QObject* parent)

@@ -53,11 +53,11 @@ void Output::answer(const QString& operation, int code, const QVariant& payload,
     writeOut(headline);
     for (auto it = extra.cbegin(); it != extra.cend(); ++it) {
         const QVariant& value = it.value();
-        writeOut(QStringLiteral("%1: %2").arg(it.key(), value.type() == QVariant::String ? value.toString()
+        writeOut(QStringLiteral("%1: %2").arg(it.key(), value.userType() == QMetaType::QString ? value.toString()
                                                                                          : toJsonText(value, false)));
     }
     const bool empty = !payload.isValid() || payload.isNull()
-        || (payload.type() == QVariant::Map && payload.toMap().isEmpty());
+        || (payload.userType() == QMetaType::QVariantMap && payload.toMap().isEmpty());
     if (!empty)
         writeOut(toJsonText(payload, true));
 }

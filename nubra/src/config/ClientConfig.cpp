@@ -91,7 +91,7 @@ bool ClientConfig::loadMap(const QVariantMap& map, QString* message)
         }
     }
     if (map.contains(kRequests)) {
-        if (map.value(kRequests).type() != QVariant::Map) {
+        if (map.value(kRequests).userType() != QMetaType::QVariantMap) {
             *message = QStringLiteral("\"requests\" must be an object");
             return false;
         }

@@ -32,7 +32,7 @@ void appendQuery(QUrl& url, const QVariantMap& params)
         query += QUrl::toPercentEncoding(key) + '=' + QUrl::toPercentEncoding(value.toString());
     };
     for (auto it = params.begin(); it != params.end(); ++it) {
-        if (it.value().type() == QVariant::List || it.value().type() == QVariant::StringList) {
+        if (it.value().userType() == QMetaType::QVariantList || it.value().userType() == QMetaType::QStringList) {
             for (const QVariant& item : it.value().toList())
                 add(it.key(), item);
         } else {

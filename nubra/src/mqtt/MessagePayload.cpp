@@ -3,18 +3,32 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonParseError>
+#include <QtGlobal>
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+#include <QStringDecoder>
+#else
 #include <QTextCodec>
+#endif
 
 namespace Nubra {
 
 namespace {
 
+// Qt's own UTF-8 decoder decides in both Qt versions: Qt 6 moved it from
+// QTextCodec (gone from Qt 6 Core) to QStringDecoder.
 bool isValidUtf8(const QByteArray& bytes)
 {
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    // Stateless: a sequence cut off at the end is an error, not kept for later.
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder.decode(bytes);
+    return !decoder.hasError();
+#else
     QTextCodec::ConverterState state;
     QTextCodec* codec = QTextCodec::codecForName("UTF-8");
     codec->toUnicode(bytes.constData(), bytes.size(), &state);
     return state.invalidChars == 0 && state.remainingChars == 0;
+#endif
 }
 
 } // namespace

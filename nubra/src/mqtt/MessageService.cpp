@@ -88,7 +88,7 @@ Reply* MessageService::subscribe(const RequestContext& request)
                                    QStringLiteral("\"subscribe\" needs a live \"connectToServer\""), parent);
     const QVariant topicValue = request.record.value(QStringLiteral("topic"));
     QStringList filters;
-    if (topicValue.type() == QVariant::String) {
+    if (topicValue.userType() == QMetaType::QString) {
         filters.append(topicValue.toString());
     } else {
         for (const QVariant& topic : topicValue.toList()) {

@@ -40,10 +40,10 @@ Reply* FileDownloadService::start(const RequestContext& request)
     // The helper sends the record as the body itself; a "body" map is
     // accepted too for callers that wrap it.
     QVariantMap body = request.record;
-    if (!body.contains(QStringLiteral("urls")) && body.value(QStringLiteral("body")).type() == QVariant::Map)
+    if (!body.contains(QStringLiteral("urls")) && body.value(QStringLiteral("body")).userType() == QMetaType::QVariantMap)
         body = body.value(QStringLiteral("body")).toMap();
     const QVariant urlsValue = body.value(QStringLiteral("urls"));
-    if (urlsValue.type() != QVariant::String) {
+    if (urlsValue.userType() != QMetaType::QString) {
         return LocalReply::refused(request.name, Error::InvalidArgument,
                                    QStringLiteral("\"urls\" must be one URL as a string"), parent);
     }

@@ -76,7 +76,7 @@ Reply* UploadService::enqueue(const RequestContext& request)
     const QVariantMap args = flattenArguments(request.record);
     QStringList paths;
     const QVariant files = args.value(QStringLiteral("files"));
-    if (files.type() == QVariant::String)
+    if (files.userType() == QMetaType::QString)
         paths << files.toString();
     else
         for (const QVariant& v : files.toList())

@@ -22,7 +22,7 @@ std::optional<QList<UpgradeRegistration>> UpgradeRegistry::parse(const QVariantM
     const int interval = body.value(QStringLiteral("checkInterval")).toInt();
     QList<UpgradeRegistration> models;
     for (auto it = body.begin(); it != body.end(); ++it) {
-        if (it.value().type() != QVariant::Map)
+        if (it.value().userType() != QMetaType::QVariantMap)
             continue;
         const QVariantMap entry = it.value().toMap();
         if (!entry.contains(QStringLiteral("modelCode")))

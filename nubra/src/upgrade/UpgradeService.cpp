@@ -19,7 +19,7 @@ const QString kPrefix = QStringLiteral("autoUpgrade:");
 QVariantMap bodyOf(const QVariantMap& record)
 {
     // The helper hands the body over as the record itself.
-    if (record.size() == 1 && record.value(QStringLiteral("body")).type() == QVariant::Map)
+    if (record.size() == 1 && record.value(QStringLiteral("body")).userType() == QMetaType::QVariantMap)
         return record.value(QStringLiteral("body")).toMap();
     return record;
 }
