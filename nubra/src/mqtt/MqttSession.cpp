@@ -2,7 +2,6 @@
 
 #include "mqtt/MqttErrorMap.h"
 
-#include <QDateTime>
 #include <QPointer>
 #include <QRandomGenerator>
 #include <QSocketNotifier>
@@ -34,8 +33,6 @@ QString describeMosquitto(int result)
     return QString::fromUtf8(mosquitto_strerror(result));
 }
 
-qint64 nowMs() { return QDateTime::currentMSecsSinceEpoch(); }
-
 } // namespace
 
 MqttSession::MqttSession(const MqttSettings& settings, const Credentials& credentials, QObject* parent)
@@ -48,17 +45,15 @@ MqttSession::MqttSession(const MqttSettings& settings, const Credentials& creden
                  + QString::number(QRandomGenerator::global()->generate64(), 16).rightJustified(16, QLatin1Char('0'));
     // MQTT 3.1.1 limits client ids to 23 bytes for strict brokers.
     m_clientId = m_clientId.left(23);
-    m_mosq = mosquitto_new(m_clientId.toUtf8().constData(), true, this);
-    if (m_mosq) {
-        mosquitto_int_option(m_mosq, MOSQ_OPT_TCP_NODELAY, 1);
-        mosquitto_connect_callback_set(m_mosq, &MqttSession::onConnectCallback);
-        mosquitto_disconnect_callback_set(m_mosq, &MqttSession::onDisconnectCallback);
-        mosquitto_subscribe_callback_set(m_mosq, &MqttSession::onSubscribeCallback);
-        mosquitto_message_callback_set(m_mosq, &MqttSession::onMessageCallback);
-    }
     m_housekeeping = new QTimer(this);
     m_housekeeping->setInterval(1000);
     connect(m_housekeeping, &QTimer::timeout, this, &MqttSession::housekeeping);
+    m_connectTimer = new QTimer(this);
+    m_connectTimer->setSingleShot(true);
+    connect(m_connectTimer, &QTimer::timeout, this, [this] {
+        if (m_state == State::Connecting)
+            handleDrop(MOSQ_ERR_TIMEOUT, QStringLiteral("no CONNACK within %1 ms").arg(m_settings.connectTimeoutMs));
+    });
     m_reconnectTimer = new QTimer(this);
     m_reconnectTimer->setSingleShot(true);
     connect(m_reconnectTimer, &QTimer::timeout, this, &MqttSession::attemptReconnect);
@@ -66,6 +61,7 @@ MqttSession::MqttSession(const MqttSettings& settings, const Credentials& creden
 
 MqttSession::~MqttSession()
 {
+    abandonPendingConnect();
     // Notifiers go before the socket they watch.
     removeNotifiers();
     if (m_mosq) {
@@ -86,50 +82,112 @@ void MqttSession::firstConnect()
 {
     if (m_state != State::Connecting)
         return;
-    if (!m_mosq) {
-        fail(Error::MessagingErrorOther, QStringLiteral("cannot create an MQTT client"));
-        return;
+    startAttempt();
+}
+
+mosquitto* MqttSession::newHandle(Error::ErrorCode* code, QString* message)
+{
+    mosquitto* handle = mosquitto_new(m_clientId.toUtf8().constData(), true, this);
+    if (!handle) {
+        *code = Error::MessagingErrorOther;
+        *message = QStringLiteral("cannot create an MQTT client");
+        return nullptr;
     }
+    mosquitto_int_option(handle, MOSQ_OPT_TCP_NODELAY, 1);
+    mosquitto_connect_callback_set(handle, &MqttSession::onConnectCallback);
+    mosquitto_disconnect_callback_set(handle, &MqttSession::onDisconnectCallback);
+    mosquitto_subscribe_callback_set(handle, &MqttSession::onSubscribeCallback);
+    mosquitto_message_callback_set(handle, &MqttSession::onMessageCallback);
     if (m_credentials.authenticate) {
         const QByteArray user = m_credentials.username.toUtf8();
         const QByteArray password = m_credentials.password.toUtf8();
-        const int rc = mosquitto_username_pw_set(m_mosq, user.isEmpty() ? nullptr : user.constData(),
+        const int rc = mosquitto_username_pw_set(handle, user.isEmpty() ? nullptr : user.constData(),
                                                  user.isEmpty() ? nullptr : password.constData());
         if (rc != MOSQ_ERR_SUCCESS) {
-            fail(errorForMosquitto(rc), QStringLiteral("invalid credentials: %1").arg(describeMosquitto(rc)));
-            return;
+            *code = errorForMosquitto(rc);
+            *message = QStringLiteral("invalid credentials: %1").arg(describeMosquitto(rc));
+            mosquitto_destroy(handle);
+            return nullptr;
         }
     }
     if (m_settings.tls) {
         const QByteArray caFile = m_settings.caFile.toLocal8Bit();
-        const int rc = mosquitto_tls_set(m_mosq, caFile.isEmpty() ? nullptr : caFile.constData(),
+        const int rc = mosquitto_tls_set(handle, caFile.isEmpty() ? nullptr : caFile.constData(),
                                          caFile.isEmpty() ? "/etc/ssl/certs" : nullptr, nullptr, nullptr, nullptr);
         if (rc != MOSQ_ERR_SUCCESS) {
-            fail(Error::SslErrorOther, QStringLiteral("cannot use CA file '%1': %2")
-                                           .arg(m_settings.caFile, describeMosquitto(rc)));
-            return;
+            *code = Error::SslErrorOther;
+            *message = QStringLiteral("cannot use CA file '%1': %2").arg(m_settings.caFile, describeMosquitto(rc));
+            mosquitto_destroy(handle);
+            return nullptr;
         }
     }
-    // The TCP connect blocks (briefly on a reachable host); the socket is
-    // non-blocking afterwards and CONNACK comes through the notifiers.
-    const int rc = mosquitto_connect(m_mosq, m_settings.host.toUtf8().constData(), m_settings.port,
-                                     m_settings.keepAliveSeconds);
+    return handle;
+}
+
+void MqttSession::startAttempt()
+{
+    // Every attempt gets a fresh handle: one abandoned to a connect that
+    // never returned cannot be reused, and a new one costs nothing.
+    removeNotifiers();
+    if (m_mosq) {
+        mosquitto_destroy(m_mosq);
+        m_mosq = nullptr;
+    }
+    Error::ErrorCode code = Error::NoError;
+    QString message;
+    mosquitto* handle = newHandle(&code, &message);
+    if (!handle) {
+        if (m_everConnected)
+            scheduleReconnect();
+        else
+            fail(code, message);
+        return;
+    }
+    m_state = State::Connecting;
+    // Counts from here, so that it covers the look-up and TCP handshake
+    // running elsewhere as well as the TLS handshake and CONNACK.
+    m_connectTimer->start(m_settings.connectTimeoutMs);
+    m_pendingConnect = MqttConnectAttempt::start(handle, m_settings.host.toUtf8(), m_settings.port,
+                                                 m_settings.keepAliveSeconds, this,
+                                                 [this](mosquitto* connected, int rc, int savedErrno) {
+                                                     connectReturned(connected, rc, savedErrno);
+                                                 });
+}
+
+void MqttSession::connectReturned(mosquitto* handle, int rc, int savedErrno)
+{
+    m_pendingConnect.reset();
+    m_mosq = handle;
+    if (m_state != State::Connecting)
+        return; // closed meanwhile (the handle goes with the session)
     if (rc != MOSQ_ERR_SUCCESS) {
-        fail(errorForMosquitto(rc), QStringLiteral("cannot connect to %1:%2: %3")
-                                        .arg(m_settings.host)
-                                        .arg(m_settings.port)
-                                        .arg(describeMosquitto(rc)));
+        errno = savedErrno;
+        const QString why = QStringLiteral("cannot connect to %1:%2: %3")
+                                .arg(m_settings.host)
+                                .arg(m_settings.port)
+                                .arg(describeMosquitto(rc));
+        m_connectTimer->stop();
+        if (m_everConnected)
+            scheduleReconnect();
+        else
+            fail(errorForMosquitto(rc), why);
         return;
     }
     connectionEstablished();
 }
 
+void MqttSession::abandonPendingConnect()
+{
+    if (m_pendingConnect) {
+        m_pendingConnect->abandon();
+        m_pendingConnect.reset();
+    }
+}
+
 void MqttSession::connectionEstablished()
 {
-    m_state = State::Connecting;
-    m_connectStartedMs = nowMs();
-    createNotifiers();
     m_housekeeping->start();
+    createNotifiers();
     updateWriteInterest();
 }
 
@@ -137,12 +195,7 @@ void MqttSession::attemptReconnect()
 {
     if (m_state != State::WaitingToReconnect)
         return;
-    const int rc = mosquitto_reconnect(m_mosq);
-    if (rc != MOSQ_ERR_SUCCESS) {
-        scheduleReconnect();
-        return;
-    }
-    connectionEstablished();
+    startAttempt();
 }
 
 void MqttSession::close()
@@ -151,7 +204,9 @@ void MqttSession::close()
         return;
     const bool online = m_state == State::Connected || m_state == State::Connecting;
     m_state = State::Closed;
+    abandonPendingConnect();
     m_reconnectTimer->stop();
+    m_connectTimer->stop();
     m_housekeeping->stop();
     removeNotifiers();
     if (online && m_mosq) {
@@ -255,11 +310,7 @@ void MqttSession::writeReady()
 
 void MqttSession::housekeeping()
 {
-    if (m_state == State::Connecting && nowMs() - m_connectStartedMs > m_settings.connectTimeoutMs) {
-        handleDrop(MOSQ_ERR_TIMEOUT, QStringLiteral("no CONNACK within %1 ms").arg(m_settings.connectTimeoutMs));
-        return;
-    }
-    if (m_state != State::Connecting && m_state != State::Connected)
+    if ((m_state != State::Connecting && m_state != State::Connected) || m_pendingConnect)
         return;
     const int rc = mosquitto_loop_misc(m_mosq);
     afterLoopStep(rc);
@@ -292,6 +343,7 @@ bool MqttSession::dispatchEvents()
         switch (event.kind) {
         case Event::ConnAck:
             if (event.code == 0) {
+                m_connectTimer->stop();
                 m_state = State::Connected;
                 m_everConnected = true;
                 m_attempt = 0;
@@ -329,7 +381,9 @@ void MqttSession::handleDrop(int mosquittoResult, const QString& why)
 {
     if (m_state == State::Closed || m_state == State::WaitingToReconnect)
         return;
+    abandonPendingConnect();
     removeNotifiers();
+    m_connectTimer->stop();
     m_housekeeping->stop();
     if (!m_everConnected) {
         // The first attempt is the caller's to judge: report, no retry.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "mqtt/MqttConnectAttempt.h"
 #include "mqtt/MqttSettings.h"
 
 #include <Nubra/Error.h>
@@ -10,6 +11,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <vector>
 
 class QSocketNotifier;
@@ -29,6 +31,10 @@ namespace Nubra {
 // signals after the library call has returned, so that a receiver may
 // close or delete the session without pulling the handle from under
 // libmosquitto.
+//
+// The name look-up and TCP connect of every attempt run on a thread of their
+// own (MqttConnectAttempt); the connect time-out counts from the attempt's
+// start to CONNACK, so an address that never answers fails on time.
 //
 // Reconnection policy: the first connection attempt is not retried (its
 // failure is reported by connectFailed()). Once connected, a dropped
@@ -91,6 +97,12 @@ private:
 
     void firstConnect();
     void attemptReconnect();
+    // A fresh, configured libmosquitto handle; nullptr with the error.
+    mosquitto* newHandle(Error::ErrorCode* code, QString* message);
+    // Starts a connect off this thread (MqttConnectAttempt).
+    void startAttempt();
+    void connectReturned(mosquitto* handle, int rc, int savedErrno);
+    void abandonPendingConnect();
     void connectionEstablished(); // TCP up, CONNECT queued
     void readReady();
     void writeReady();
@@ -111,15 +123,16 @@ private:
     MqttSettings m_settings;
     Credentials m_credentials;
     QString m_clientId;
-    mosquitto* m_mosq = nullptr;
+    mosquitto* m_mosq = nullptr; // none while a connect runs elsewhere
+    std::shared_ptr<MqttConnectAttempt> m_pendingConnect;
     State m_state = State::Idle;
     bool m_everConnected = false;
     int m_attempt = 0;
-    qint64 m_connectStartedMs = 0;
     QSocketNotifier* m_readNotifier = nullptr;
     QSocketNotifier* m_writeNotifier = nullptr;
     QTimer* m_housekeeping = nullptr;
     QTimer* m_reconnectTimer = nullptr;
+    QTimer* m_connectTimer = nullptr; // the attempt's time-out, until CONNACK
     std::vector<Event> m_events;
 };
 
