@@ -1,6 +1,8 @@
 // Download throughput and peak memory of the cloud client against curl,
 // both fetching the same package from the same nubra-devcloud on loopback
-// in the same run.
+// in the same run; the package download with its signature checked (the
+// dev cloud's key pinned, as the configuration it writes does) and without
+// (no key pinned), and the cost of one signature check on its own.
 //
 //   bench_download [--size BYTES] [--rounds N] [--dir FOLDER]
 //
@@ -8,6 +10,8 @@
 // memory is the growth of this process's peak RSS during a download
 // (measured for a small package and for the big one, to show that it does
 // not depend on the package size); curl's is its whole peak RSS.
+
+#include "upgrade/PackageSignature.h"
 
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
@@ -136,6 +140,57 @@ double median(std::vector<double> v)
     return v.empty() ? 0 : v[v.size() / 2];
 }
 
+// Microseconds per check of one package entry against the pinned keys, as
+// the download does it (keys parsed, canonical bytes built, EVP verify);
+// the median of several batches.
+double signatureCheckMicroseconds(Nubra::Manager& manager, const QVariantMap& upgradeSection)
+{
+    Nubra::Reply* reply = manager.request(
+        QStringLiteral("upgradePackage"),
+        {{QStringLiteral("body"), QVariantMap{{"modelCode", "VS-200"}, {"version", "1.2.0"}}}}, {});
+    QVariantMap entry;
+    QEventLoop loop;
+    QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
+        entry = map.value(QStringLiteral("result")).toMap();
+        loop.quit();
+    });
+    loop.exec();
+    reply->deleteLater();
+    const QVariant keys = upgradeSection.value(QStringLiteral("signingKeys"));
+    const Nubra::PackageSignature::SignedFields fields{
+        QStringLiteral("VS-200"), QStringLiteral("1.2.0"), entry.value(QStringLiteral("packageSize")).toLongLong(),
+        entry.value(QStringLiteral("sha256")).toString()};
+    const QString signature = entry.value(QStringLiteral("signature")).toString();
+    if (Nubra::PackageSignature::checkPackage(keys, fields, signature).signedBy.isEmpty()) {
+        std::fprintf(stderr, "the catalogue's signature does not verify\n");
+        return -1;
+    }
+    constexpr int kChecks = 500;
+    std::vector<double> batches;
+    for (int batch = 0; batch < 7; ++batch) {
+        QElapsedTimer clock;
+        clock.start();
+        for (int i = 0; i < kChecks; ++i)
+            if (Nubra::PackageSignature::checkPackage(keys, fields, signature).code != Nubra::Error::NoError)
+                return -1;
+        batches.push_back(double(clock.nsecsElapsed()) / 1e3 / kChecks);
+    }
+    return median(batches);
+}
+
+bool setUpgradeSection(Nubra::Manager& manager, const QVariantMap& section)
+{
+    Nubra::Reply* reply = manager.setConfigData({{QStringLiteral("upgrade"), section}}, {});
+    bool ok = false;
+    QEventLoop loop;
+    QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
+        ok = map.value(QStringLiteral("status")).toString() == QLatin1String("success");
+        loop.quit();
+    });
+    loop.exec();
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -205,10 +260,20 @@ int main(int argc, char** argv)
                                                                            {"version", "2.1.0"}}}}});
     QFile::remove(packages + "/VS-300_Pro-2.1.0.vpkg");
 
+    const QVariantMap signedSection = manager.configData().value(QStringLiteral("upgrade")).toMap();
+    if (signedSection.value(QStringLiteral("signingKeys")).toList().isEmpty()) {
+        std::fprintf(stderr, "the dev cloud's configuration pins no signing key\n");
+        return 1;
+    }
+    const double checkMicroseconds = signatureCheckMicroseconds(manager, signedSection);
+    if (checkMicroseconds < 0)
+        return 1;
+
     std::printf("package %lld bytes from %s, %d rounds\n", size, qPrintable(url), rounds);
-    std::printf("%-6s %10s %10s %12s %14s %14s %9s %9s %9s\n", "round", "curl MB/s", "file MB/s", "package MB/s",
-                "curl peak KiB", "ours +peak KiB", "curl CPU", "file CPU", "pkg CPU");
-    std::vector<double> curlRates, curlHashRates, fileRates, packageRates, ourPeaks, curlPeaks;
+    std::printf("%-6s %10s %10s %12s %12s %14s %14s %9s %9s %9s\n", "round", "curl MB/s", "file MB/s",
+                "signed MB/s", "unsigned MB/s", "curl peak KiB", "ours +peak KiB", "curl CPU", "file CPU",
+                "pkg CPU");
+    std::vector<double> curlRates, curlHashRates, fileRates, packageRates, unsignedRates, ourPeaks, curlPeaks;
     const double mb = double(size) / 1e6;
     for (int round = 1; round <= rounds; ++round) {
         const QString curlOut = work.path() + QStringLiteral("/curl.out");
@@ -223,26 +288,40 @@ int main(int argc, char** argv)
                                     {{"upgrades", QVariantList{QVariantMap{{"modelCode", "VS-200"},
                                                                            {"version", "1.2.0"}}}}});
         QFile::remove(packages + "/VS-200-1.2.0.vpkg");
-        if (!c.ok || !f.ok || !p.ok) {
-            std::fprintf(stderr, "round %d failed (curl %d, file %d, package %d)\n", round, c.ok, f.ok, p.ok);
+        // The same package with no key pinned: no signature check.
+        if (!setUpgradeSection(manager, {}))
+            return 1;
+        const Sample u = runRequest(manager, QStringLiteral("autoUpgrade:startDownload"),
+                                    {{"upgrades", QVariantList{QVariantMap{{"modelCode", "VS-200"},
+                                                                           {"version", "1.2.0"}}}}});
+        QFile::remove(packages + "/VS-200-1.2.0.vpkg");
+        if (!setUpgradeSection(manager, signedSection))
+            return 1;
+        if (!c.ok || !f.ok || !p.ok || !u.ok) {
+            std::fprintf(stderr, "round %d failed (curl %d, file %d, signed package %d, unsigned package %d)\n",
+                         round, c.ok, f.ok, p.ok, u.ok);
             return 1;
         }
         curlRates.push_back(mb / c.seconds);
         curlHashRates.push_back(mb / (c.seconds + h.seconds));
         fileRates.push_back(mb / f.seconds);
         packageRates.push_back(mb / p.seconds);
+        unsignedRates.push_back(mb / u.seconds);
         curlPeaks.push_back(double(c.peakKiB));
         ourPeaks.push_back(double(std::max(f.peakKiB, p.peakKiB)));
-        std::printf("%-6d %10.0f %10.0f %12.0f %14lld %14lld %8.2fs %8.2fs %8.2fs\n", round, curlRates.back(),
-                    fileRates.back(), packageRates.back(), c.peakKiB, std::max(f.peakKiB, p.peakKiB),
-                    c.cpuSeconds, f.cpuSeconds, p.cpuSeconds);
+        std::printf("%-6d %10.0f %10.0f %12.0f %12.0f %14lld %14lld %8.2fs %8.2fs %8.2fs\n", round,
+                    curlRates.back(), fileRates.back(), packageRates.back(), unsignedRates.back(), c.peakKiB,
+                    std::max(f.peakKiB, p.peakKiB), c.cpuSeconds, f.cpuSeconds, p.cpuSeconds);
     }
     const double curlRate = median(curlRates);
     std::printf("\nmedian curl:             %8.0f MB/s\n", curlRate);
     std::printf("median file download:    %8.0f MB/s  ratio %.2f\n", median(fileRates),
                 median(fileRates) / curlRate);
-    std::printf("median package download: %8.0f MB/s  ratio %.2f (includes SHA-256 check)\n",
+    std::printf("median package download: %8.0f MB/s  ratio %.2f (signature and SHA-256 checked)\n",
                 median(packageRates), median(packageRates) / curlRate);
+    std::printf("  same, no key pinned:   %8.0f MB/s  ratio %.2f (SHA-256 only)\n", median(unsignedRates),
+                median(unsignedRates) / curlRate);
+    std::printf("signature check: %.1f us per package (median of 7 batches of 500)\n", checkMicroseconds);
     std::printf("median curl + sha256sum: %8.0f MB/s  package download / that: %.2f\n", median(curlHashRates),
                 median(packageRates) / median(curlHashRates));
     std::printf("peak memory: curl %0.f KiB total; client growth %lld KiB for 8 MiB, %.0f KiB for %lld bytes\n",

@@ -162,11 +162,14 @@ TEST(VornUpgrade, checkDownloadAndExistsAgainstTheCatalogue)
     const QJsonObject info = jsonOf(check).value("result").toObject();
     ASSERT_TRUE(info.value("hasUpgrade").toBool()) << describe(check);
     EXPECT_EQ(info.value("currentVersion").toString(), "2.0.0") << describe(check);
+    EXPECT_EQ(info.value("signedBy").toString(), "nubra-devcloud") << describe(check);
 
-    const VornRun download = runVorn(QStringList{"--json", "upgrade", "download", "--to", "2.1.0"} + registration);
+    // The newest version (2.1.0), and the key that verified it.
+    const VornRun download = runVorn(QStringList{"--json", "upgrade", "download"} + registration);
     ASSERT_EQ(download.exitStatus, 0) << describe(download);
     const QJsonObject result = jsonOf(download).value("result").toObject();
     EXPECT_EQ(result.value("outcome").toString(), "downloadSuccess");
+    EXPECT_EQ(result.value("signedBy").toString(), "nubra-devcloud") << describe(download);
     EXPECT_EQ(result.value("bytesReceived").toDouble(), result.value("bytesTotal").toDouble());
     EXPECT_EQ(QFileInfo(dir.filePath("VS-300_Pro-2.1.0.vpkg")).size(), qint64(result.value("bytesTotal").toDouble()));
 

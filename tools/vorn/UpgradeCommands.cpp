@@ -107,9 +107,10 @@ int runCheck(CommandContext& context, const UpgradeArgs& args)
     return code;
 }
 
-// The version to download: --to, or the newest one the check finds.
+// The version to download: --to, or the newest one the check finds (then
+// *signedBy names the pinned key that verified its signature, if any).
 bool targetVersion(CommandContext& context, VornNubraHelper* helper, const UpgradeArgs& args, QString* target,
-                   int* code)
+                   int* code, QString* signedBy = nullptr)
 {
     if (!args.target.empty()) {
         *target = QString::fromStdString(args.target);
@@ -127,6 +128,8 @@ bool targetVersion(CommandContext& context, VornNubraHelper* helper, const Upgra
         return false;
     }
     *target = info.value(QStringLiteral("version")).toString();
+    if (signedBy)
+        *signedBy = info.value(QStringLiteral("signedBy")).toString();
     return true;
 }
 
@@ -135,8 +138,8 @@ int runDownload(CommandContext& context, const UpgradeArgs& args)
     Output& out = context.out();
     int code = 0;
     VornNubraHelper* helper = registeredHelper(context, args.registration, &code);
-    QString target;
-    if (!helper || !targetVersion(context, helper, args, &target, &code))
+    QString target, signedBy;
+    if (!helper || !targetVersion(context, helper, args, &target, &code, &signedBy))
         return code;
 
     const QString model = QString::fromStdString(args.registration.model);
@@ -167,12 +170,16 @@ int runDownload(CommandContext& context, const UpgradeArgs& args)
         : outcome == Outcome::Success  ? QStringLiteral("downloadSuccess")
         : outcome == Outcome::Fail     ? QStringLiteral("downloadFail")
                                        : QStringLiteral("none");
-    out.answer(QStringLiteral("startDownloadSoftware"), code,
-               QVariantMap{{QStringLiteral("modelCode"), model},
-                           {QStringLiteral("version"), target},
-                           {QStringLiteral("bytesReceived"), received},
-                           {QStringLiteral("bytesTotal"), total},
-                           {QStringLiteral("outcome"), outcomeText}});
+    QVariantMap answer{{QStringLiteral("modelCode"), model},
+                       {QStringLiteral("version"), target},
+                       {QStringLiteral("bytesReceived"), received},
+                       {QStringLiteral("bytesTotal"), total},
+                       {QStringLiteral("outcome"), outcomeText}};
+    // The client refuses a package no pinned key verifies, so a success
+    // was signed by the key the check named.
+    if (outcome == Outcome::Success && !signedBy.isEmpty())
+        answer.insert(QStringLiteral("signedBy"), signedBy);
+    out.answer(QStringLiteral("startDownloadSoftware"), code, answer);
     if (code != NubraCommon::Success)
         return code;
     if (paused) {

@@ -6,6 +6,7 @@
 
 #include "FileServing.h"
 #include "GeneratedFile.h"
+#include "PackageSigner.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,6 +16,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <set>
 
 namespace devcloud {
 
@@ -93,6 +95,7 @@ int compareVersions(const QString& a, const QString& b)
 
 struct Package {
     QString model, version, type, date, name, sha256, etag;
+    QString signature; // base64 Ed25519 over the canonical bytes; empty when unsigned
     qint64 size = 0;
     int generation = 0;
     bool forced = false;
@@ -100,10 +103,27 @@ struct Package {
 
 class UpgradeCatalogue {
 public:
-    explicit UpgradeCatalogue(ServiceContext& context)
+    UpgradeCatalogue(ServiceContext& context, std::unique_ptr<PackageSigner> signer)
         : m_context(context)
         , m_folder(context.dataDir + QStringLiteral("/packages"))
+        , m_signer(std::move(signer))
     {
+    }
+
+    // Test control: serve the package with a signature over other bytes
+    // ("bad"), without one ("missing"), or correctly again ("none").
+    bool setSignatureFault(const Package& p, const QString& fault)
+    {
+        std::lock_guard<std::mutex> lock(m_faultMutex);
+        m_badSignature.erase(p.name);
+        m_missingSignature.erase(p.name);
+        if (fault == QLatin1String("bad"))
+            m_badSignature.insert(p.name);
+        else if (fault == QLatin1String("missing"))
+            m_missingSignature.insert(p.name);
+        else if (fault != QLatin1String("none"))
+            return false;
+        return true;
     }
 
     bool build(QString* error)
@@ -239,6 +259,7 @@ private:
             p.generation = row[7].toInt();
             p.forced = row[8].toInt() != 0;
             p.etag = QStringLiteral("\"%1-%2\"").arg(p.sha256.left(24)).arg(p.generation);
+            p.signature = signatureOf(p);
             out.push_back(p);
         }
         std::sort(out.begin(), out.end(),
@@ -246,9 +267,25 @@ private:
         return out;
     }
 
+    QString signatureOf(const Package& p)
+    {
+        if (!m_signer)
+            return {};
+        std::lock_guard<std::mutex> lock(m_faultMutex);
+        if (m_missingSignature.count(p.name))
+            return {};
+        if (m_badSignature.count(p.name)) // a valid signature, of another size
+            return m_signer->sign(p.model, p.version, p.size + 1, p.sha256);
+        return m_signer->sign(p.model, p.version, p.size, p.sha256);
+    }
+
     ServiceContext& m_context;
     QString m_folder;
+    std::unique_ptr<PackageSigner> m_signer;
     std::mutex m_writeMutex;
+    std::mutex m_faultMutex; // guards the two sets below
+    std::set<QString> m_badSignature;
+    std::set<QString> m_missingSignature;
 };
 
 QJsonObject packageEntry(const Package& p)
@@ -261,7 +298,8 @@ QJsonObject packageEntry(const Package& p)
             {QStringLiteral("packageSize"), double(p.size)},
             {QStringLiteral("sha256"), p.sha256},
             {QStringLiteral("etag"), p.etag},
-            {QStringLiteral("url"), QStringLiteral("/packages/") + p.name}};
+            {QStringLiteral("url"), QStringLiteral("/packages/") + p.name},
+            {QStringLiteral("signature"), p.signature}};
 }
 
 // "release" sees releases; "beta" sees releases and betas.
@@ -418,8 +456,18 @@ void registerUpgradeService(ServiceContext& context)
 {
     // Lives as long as the process: handlers keep a pointer to it.
     static UpgradeCatalogue* catalogue = nullptr;
-    catalogue = new UpgradeCatalogue(context);
     QString error;
+    auto signer = PackageSigner::loadOrCreate(context.dataDir, &error);
+    if (signer) {
+        context.configSections.insert(
+            QStringLiteral("upgrade"),
+            QJsonObject{{QStringLiteral("signingKeys"),
+                         QJsonArray{QJsonObject{{QStringLiteral("name"), QStringLiteral("nubra-devcloud")},
+                                                {QStringLiteral("publicKey"), signer->publicKeyBase64()}}}}});
+    } else {
+        std::fprintf(stderr, "nubra-devcloud: the catalogue goes unsigned: %s\n", qPrintable(error));
+    }
+    catalogue = new UpgradeCatalogue(context, std::move(signer));
     if (!catalogue->build(&error))
         std::fprintf(stderr, "nubra-devcloud: upgrade catalogue: %s\n", qPrintable(error));
 
@@ -457,6 +505,19 @@ void registerUpgradeService(ServiceContext& context)
         }
         writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")},
                                   {QStringLiteral("result"), packageEntry(*package)}});
+    });
+    context.server.Post("/devcloud/upgrade/signature", [c](const httplib::Request& request,
+                                                           httplib::Response& response) {
+        const QJsonObject body = jsonBody(request);
+        const auto package = c->find(body.value(QStringLiteral("modelCode")).toString(),
+                                     body.value(QStringLiteral("version")).toString());
+        if (!package || !c->setSignatureFault(*package, body.value(QStringLiteral("fault")).toString())) {
+            failJson(response, 404, QStringLiteral("badSignatureFault"),
+                     QStringLiteral("needs a catalogue package and \"fault\": \"bad\", \"missing\" or \"none\""));
+            return;
+        }
+        writeJson(response, 200, {{QStringLiteral("status"), QStringLiteral("success")},
+                                  {QStringLiteral("result"), packageEntry(*c->find(package->model, package->version))}});
     });
     context.server.Post("/devcloud/upgrade/republish", [c](const httplib::Request& request,
                                                            httplib::Response& response) {

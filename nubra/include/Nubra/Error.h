@@ -45,6 +45,7 @@ public:
         HttpError = 401,           // HTTP status >= 400 without a usable JSON answer
         IntegrityCheckFailed = 402,// downloaded bytes do not match the announced digest
         RemoteChanged = 403,       // resource changed between a pause and a resume
+        SignatureInvalid = 404,    // signature missing, malformed or made by no pinned key
         ProtocolErrorOther = 499,
 
         // 500-599: message service.

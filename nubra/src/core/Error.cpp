@@ -28,6 +28,7 @@ QString Error::describe(ErrorCode code)
     case HttpError: return QStringLiteral("HTTP error status");
     case IntegrityCheckFailed: return QStringLiteral("integrity check failed");
     case RemoteChanged: return QStringLiteral("remote file changed");
+    case SignatureInvalid: return QStringLiteral("signature invalid");
     case ProtocolErrorOther: return QStringLiteral("protocol error");
     case BrokerUnreachable: return QStringLiteral("message broker unreachable");
     case NotAuthorized: return QStringLiteral("not authorized");

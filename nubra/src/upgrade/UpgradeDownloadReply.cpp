@@ -4,6 +4,7 @@
 #include "http/TransferSetup.h"
 #include "transfer/ResumableDownload.h"
 #include "upgrade/CloudJsonCall.h"
+#include "upgrade/PackageSignature.h"
 
 #include <QFileInfo>
 
@@ -39,6 +40,7 @@ void UpgradeDownloadReply::startItem()
     }
     const Item& item = m_items.at(m_current);
     m_sha256.clear();
+    m_signedBy.clear();
     m_total = -1;
     const QVariantMap body{{QStringLiteral("modelCode"), item.registration.modelCode},
                            {QStringLiteral("version"), item.version},
@@ -78,6 +80,18 @@ void UpgradeDownloadReply::packageKnown(Error::ErrorCode code, const QString& me
         itemFinished(Error::InvalidArgument, QStringLiteral("the cloud's package URL: ") + urlProblem);
         return;
     }
+    // With pinned keys, before any byte is fetched. The model and version
+    // are the ones asked for, not the entry's own: a signature made for
+    // another package does not fit this one.
+    const auto verdict = PackageSignature::checkPackage(
+        m_context.config->section(QStringLiteral("upgrade")).value(QStringLiteral("signingKeys")),
+        {item.registration.modelCode, item.version, m_total, m_sha256},
+        package.value(QStringLiteral("signature")).toString());
+    if (verdict.code != Error::NoError) {
+        itemFinished(verdict.code, verdict.message);
+        return;
+    }
+    m_signedBy = verdict.signedBy;
 
     ResumableDownload::Options options;
     options.url = url;
@@ -111,6 +125,7 @@ void UpgradeDownloadReply::itemFinished(Error::ErrorCode code, const QString& me
                               {QStringLiteral("version"), item.version},
                               {QStringLiteral("path"), item.targetPath},
                               {QStringLiteral("sha256"), m_sha256},
+                              {QStringLiteral("signedBy"), m_signedBy},
                               {QStringLiteral("bytesTotal"), m_total},
                               {QStringLiteral("resumedFrom"), m_download ? m_download->resumedFrom() : 0}});
     if (m_download)
@@ -132,7 +147,7 @@ QVariantMap UpgradeDownloadReply::resultMap() const
     } else if (!m_done.isEmpty()) {
         const QVariantMap last = m_done.last().toMap();
         for (const QString& key : {QStringLiteral("modelCode"), QStringLiteral("version"), QStringLiteral("path"),
-                                   QStringLiteral("sha256"), QStringLiteral("resumedFrom")})
+                                   QStringLiteral("sha256"), QStringLiteral("signedBy"), QStringLiteral("resumedFrom")})
             result.insert(key, last.value(key));
         result.insert(QStringLiteral("bytesReceived"), last.value(QStringLiteral("bytesTotal")));
         result.insert(QStringLiteral("bytesTotal"), last.value(QStringLiteral("bytesTotal")));

@@ -15,8 +15,10 @@ class ResumableDownload;
 
 // Reply of "autoUpgrade:startDownload". For each requested package, in
 // order: ask the cloud for the package (name, size, SHA-256, URL), then
-// download it into the model's folder with a ResumableDownload, which
-// verifies the digest before the file gets its final name.
+// check its signature when the configuration pins signing keys
+// (PackageSignature), then download it into the model's folder with a
+// ResumableDownload, which verifies the digest before the file gets its
+// final name.
 //
 // stop() pauses: the transfer stops, the partial bytes stay, and the reply
 // finishes on a later turn with status "paused" (errorCode 0). abort()
@@ -52,6 +54,7 @@ private:
     QPointer<ResumableDownload> m_download;
     QVariantList m_done;
     QString m_sha256;
+    QString m_signedBy; // name of the pinned key that verified the package
     qint64 m_total = -1;
 };
 

@@ -1,9 +1,11 @@
 #include "upgrade/UpgradeService.h"
 
+#include "config/ClientConfig.h"
 #include "core/LocalReply.h"
 #include "transfer/ResumableDownload.h"
 #include "transfer/WritableFolder.h"
 #include "upgrade/CloudJsonCall.h"
+#include "upgrade/PackageSignature.h"
 #include "upgrade/UpgradeCallReply.h"
 #include "upgrade/UpgradeDownloadReply.h"
 
@@ -94,15 +96,28 @@ Reply* UpgradeService::check(const QString& name, const QVariantMap& body)
     auto* call = new CloudJsonCall(m_context, QStringLiteral("upgradeCheck"), QStringLiteral("/api/v1/upgrade/check"),
                                    query, nullptr);
     const UpgradeRegistration r = *registration;
+    const QVariant signingKeys =
+        m_context.config->section(QStringLiteral("upgrade")).value(QStringLiteral("signingKeys"));
     return new UpgradeCallReply(
         name, call,
-        [r](const QVariantMap& cloud) {
+        [r, signingKeys](const QVariantMap& cloud) {
             QVariantMap result = cloud;
             result.insert(QStringLiteral("modelCode"), r.modelCode);
             result.insert(QStringLiteral("currentVersion"), r.version);
-            if (cloud.value(QStringLiteral("hasUpgrade")).toBool())
-                result.insert(QStringLiteral("localPath"),
-                              UpgradeRegistry::packagePath(r, cloud.value(QStringLiteral("version")).toString()));
+            if (!cloud.value(QStringLiteral("hasUpgrade")).toBool())
+                return result;
+            const QString version = cloud.value(QStringLiteral("version")).toString();
+            result.insert(QStringLiteral("localPath"), UpgradeRegistry::packagePath(r, version));
+            // Reported, not enforced: the download checks again and refuses.
+            const auto verdict = PackageSignature::checkPackage(
+                signingKeys,
+                {r.modelCode, version, cloud.value(QStringLiteral("packageSize")).toLongLong(),
+                 cloud.value(QStringLiteral("sha256")).toString().toLower()},
+                cloud.value(QStringLiteral("signature")).toString());
+            if (verdict.code != Error::NoError)
+                result.insert(QStringLiteral("signatureError"), verdict.message);
+            else if (!verdict.signedBy.isEmpty())
+                result.insert(QStringLiteral("signedBy"), verdict.signedBy);
             return result;
         },
         nullptr, m_context.manager);
