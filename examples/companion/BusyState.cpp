@@ -1,8 +1,11 @@
 #include "BusyState.h"
 
-#include <QCoreApplication>
-
-BusyState::BusyState(QObject* parent) : QObject(parent) {}
+BusyState::BusyState(QObject* parent) : QObject(parent)
+{
+    m_settling.setSingleShot(true);
+    m_settling.setInterval(kSettleMs);
+    connect(&m_settling, &QTimer::timeout, this, [this] { emit busyChanged(false); });
+}
 
 BusyState::Scope::Scope(BusyState& state, const QString& activity) : m_state(state) { m_state.enter(activity); }
 
@@ -12,25 +15,20 @@ void BusyState::enter(const QString& activity)
 {
     if (m_depth++ > 0)
         return;
+    const bool settling = m_settling.isActive();
+    m_settling.stop();
     m_activity = activity;
+    if (!settling)
+        emit busyChanged(true);
     emit activityStarted(activity);
-    emit busyChanged(true);
 }
 
 void BusyState::leave()
 {
-    if (m_depth > 1) {
-        --m_depth;
+    if (--m_depth > 0)
         return;
-    }
-    // Clicks held back by a call that excluded user input are delivered on
-    // the next pass of the event loop. Deliver them here, while the actions
-    // are still disabled, so that they are dropped instead of starting the
-    // action once more.
-    QCoreApplication::processEvents();
-    m_depth = 0;
-    const QString finished = m_activity;
-    m_activity.clear();
-    emit activityFinished(finished);
-    emit busyChanged(false);
+    emit activityFinished(m_activity);
+    // The actions stay disabled a little longer: clicks a call held back
+    // arrive after it returned, and must not find them enabled.
+    m_settling.start();
 }

@@ -14,6 +14,7 @@
 #include <CompanionWindow.h>
 #include <DevCloudProcess.h>
 
+#include <QAbstractNativeEventFilter>
 #include <QApplication>
 #include <QDialogButtonBox>
 #include <QFileDialog>
@@ -32,10 +33,44 @@
 
 #include <memory>
 
+#include <signal.h>
+#include <xcb/xcb.h>
+
 namespace {
 
 const qint64 kFrozenMs = 1000;
 const int kUiTimeoutMs = 30000;
+
+// Calls back when the X server reports that a window's name (WM_NAME)
+// changed: a marker that arrives after whatever input the server sent the
+// window before it (the server keeps the order of one client's events).
+class PropertyChangeWatcher : public QAbstractNativeEventFilter {
+public:
+    PropertyChangeWatcher(WId window, std::function<void()> seen) : m_window(window), m_seen(std::move(seen))
+    {
+        qApp->installNativeEventFilter(this);
+    }
+    ~PropertyChangeWatcher() override { qApp->removeNativeEventFilter(this); }
+
+    bool nativeEventFilter(const QByteArray& type, void* message, long*) override
+    {
+        const auto* event = static_cast<const xcb_generic_event_t*>(message);
+        if (type == "xcb_generic_event_t" && (event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY
+            && reinterpret_cast<const xcb_property_notify_event_t*>(event)->window == m_window
+            && reinterpret_cast<const xcb_property_notify_event_t*>(event)->atom == XCB_ATOM_WM_NAME && m_seen) {
+            m_seen();
+            m_seen = nullptr;
+        }
+        return false;
+    }
+
+private:
+    WId m_window;
+    std::function<void()> m_seen;
+};
+
+// Real X input, through the XTEST extension, as a user's mouse gives it.
+int xdotool(const QStringList& arguments) { return QProcess::execute(QStringLiteral("xdotool"), arguments); }
 
 } // namespace
 
@@ -46,6 +81,7 @@ private slots:
     void initTestCase();
     void signInShowsNameAndDevices();
     void uploadReachesFullProgress();
+    void heldBackClickDoesNotRepeatTheCall();
     void updateDownloadPausesResumesAndCompletes();
     void publishedMessageAppears();
     void protectedTextRestores();
@@ -61,7 +97,8 @@ private:
         return child;
     }
     void showTab(const char* panelClass);
-    // Clicks a button, as the user would, once the window is idle.
+    // Clicks a button, as the user would, once the window is idle, and
+    // waits until it is idle again.
     void click(const char* button);
     // Runs what while the next blocking call waits (from inside its wait).
     void duringNextCall(std::function<void()> what);
@@ -109,6 +146,7 @@ void CompanionGuiTest::click(const char* button)
     auto* target = find<QPushButton>(button);
     QTRY_VERIFY_WITH_TIMEOUT(target->isEnabled(), kUiTimeoutMs);
     QTest::mouseClick(target, Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!m_window->busyState()->busy(), kUiTimeoutMs);
 }
 
 void CompanionGuiTest::duringNextCall(std::function<void()> what)
@@ -158,7 +196,8 @@ void CompanionGuiTest::signInShowsNameAndDevices()
     // disabled: a second click starts nothing.
     int signIns = 0;
     bool enabledWhileBusy = true;
-    connect(m_window->busyState(), &BusyState::activityStarted, this, [&] { ++signIns; });
+    QObject connections; // ends them when this test returns, also early
+    connect(m_window->busyState(), &BusyState::activityStarted, &connections, [&] { ++signIns; });
     duringNextCall([&] {
         enabledWhileBusy = find<QPushButton>("signIn")->isEnabled();
         QTest::mouseClick(find<QPushButton>("signIn"), Qt::LeftButton);
@@ -166,7 +205,6 @@ void CompanionGuiTest::signInShowsNameAndDevices()
     password->clear();
     QTest::keyClicks(password, QStringLiteral("scan3d!"));
     click("signIn");
-    disconnect(m_window->busyState(), &BusyState::activityStarted, this, nullptr);
     QCOMPARE(signIns, 1);
     QVERIFY(!enabledWhileBusy);
 
@@ -234,7 +272,8 @@ void CompanionGuiTest::uploadReachesFullProgress()
     QCOMPARE(find<QLabel>("uploadFile")->text(), QStringLiteral("scan-0042.vscan"));
 
     int highest = 0;
-    connect(find<QProgressBar>("uploadProgress"), &QProgressBar::valueChanged, this,
+    QObject connections; // ends them when this test returns, also early
+    connect(find<QProgressBar>("uploadProgress"), &QProgressBar::valueChanged, &connections,
             [&](int value) { highest = qMax(highest, value); });
     click("upload");
     QCOMPARE(highest, 100);
@@ -245,6 +284,51 @@ void CompanionGuiTest::uploadReachesFullProgress()
     QVERIFY2(spaces->item(0)->text().startsWith(QStringLiteral("Personal (front): 6.0 MB used")),
              qPrintable(spaces->item(0)->text()));
     screenshot(QStringLiteral("companion-disk"));
+    verifyNoFreeze();
+}
+
+void CompanionGuiTest::heldBackClickDoesNotRepeatTheCall()
+{
+    // Reading the spaces waits with user input excluded: X input that
+    // arrives meanwhile is held back and delivered when the call returns.
+    // The cloud is stopped while the call waits, a real click on Refresh is
+    // sent, and the cloud goes on only once the X server has delivered it
+    // (a property change sent after the click has arrived).
+    showTab("DiskPanel");
+    auto* refresh = find<QPushButton>("refreshSpaces");
+    const QPoint at = refresh->mapToGlobal(refresh->rect().center());
+    const QStringList clickRefresh{QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
+                                   QStringLiteral("click"), QStringLiteral("1")};
+    const auto cloud = pid_t(m_cloud.processId());
+    int refreshes = 0;
+    bool clickSent = false;
+    std::unique_ptr<PropertyChangeWatcher> watcher;
+    QObject connections; // ends them when this test returns, also early
+    connect(m_window->busyState(), &BusyState::activityStarted, &connections, [&] {
+        if (refreshes++ > 0)
+            return;
+        // Still before the helper's call: its request will find the cloud
+        // stopped.
+        ::kill(cloud, SIGSTOP);
+        watcher = std::make_unique<PropertyChangeWatcher>(m_window->winId(), [cloud] { ::kill(cloud, SIGCONT); });
+        clickSent = xdotool(QStringList(clickRefresh) << QStringLiteral("set_window") << QStringLiteral("--name")
+                                                      << QStringLiteral("Vorn Companion")
+                                                      << QString::number(m_window->winId()))
+            == 0;
+        if (!clickSent)
+            ::kill(cloud, SIGCONT);
+    });
+    click("refreshSpaces");
+    QVERIFY2(clickSent, "xdotool failed (Debian package xdotool)");
+    // The held-back click arrives while the actions are still disabled.
+    QTRY_VERIFY_WITH_TIMEOUT(!m_window->busyState()->busy(), kUiTimeoutMs);
+    QCOMPARE(refreshes, 1);
+    QCOMPARE(find<QListWidget>("spaces")->count(), 3);
+
+    // The same click on the idle window does start a refresh.
+    QCOMPARE(xdotool(clickRefresh), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(refreshes, 2, kUiTimeoutMs);
+    QTRY_VERIFY_WITH_TIMEOUT(!m_window->busyState()->busy(), kUiTimeoutMs);
     verifyNoFreeze();
 }
 
@@ -268,7 +352,8 @@ void CompanionGuiTest::updateDownloadPausesResumesAndCompletes()
     auto* progress = find<QProgressBar>("downloadProgress");
     bool otherActionsDisabled = false;
     bool pauseClicked = false;
-    const QMetaObject::Connection pauser = connect(progress, &QProgressBar::valueChanged, this, [&](int value) {
+    auto pauser = std::make_unique<QObject>(); // ends the connection when this test returns, also early
+    connect(progress, &QProgressBar::valueChanged, pauser.get(), [&](int value) {
         if (value < 20 || pauseClicked)
             return;
         pauseClicked = true;
@@ -279,7 +364,7 @@ void CompanionGuiTest::updateDownloadPausesResumesAndCompletes()
         });
     });
     click("download");
-    disconnect(pauser);
+    pauser.reset();
     QVERIFY(pauseClicked);
     QVERIFY(otherActionsDisabled);
     QVERIFY2(find<QLabel>("downloadStatus")->text().startsWith(QStringLiteral("Paused")),
