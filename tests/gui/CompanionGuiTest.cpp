@@ -52,7 +52,11 @@ public:
     }
     ~PropertyChangeWatcher() override { qApp->removeNativeEventFilter(this); }
 
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    bool nativeEventFilter(const QByteArray& type, void* message, qintptr*) override
+#else
     bool nativeEventFilter(const QByteArray& type, void* message, long*) override
+#endif
     {
         const auto* event = static_cast<const xcb_generic_event_t*>(message);
         if (type == "xcb_generic_event_t" && (event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY
