@@ -38,13 +38,17 @@ bool completes(int fd, int ms)
 
 } // namespace
 
-BlackHoleListener::BlackHoleListener()
+BlackHoleListener::BlackHoleListener(quint16 port)
 {
     m_listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (m_listener < 0)
         return;
+    // A port whose earlier connections linger in TIME_WAIT can be taken over.
+    const int reuse = 1;
+    ::setsockopt(m_listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     if (::bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0

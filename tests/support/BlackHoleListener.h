@@ -13,7 +13,8 @@ namespace VornTest {
 
 class BlackHoleListener {
 public:
-    BlackHoleListener();
+    // On `port` of 127.0.0.1, or a free one (0).
+    explicit BlackHoleListener(quint16 port = 0);
     ~BlackHoleListener();
     BlackHoleListener(const BlackHoleListener&) = delete;
     BlackHoleListener& operator=(const BlackHoleListener&) = delete;
