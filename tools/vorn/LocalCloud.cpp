@@ -7,6 +7,7 @@
 #include <QRegularExpression>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <csignal>
 #include <sys/prctl.h>
 
@@ -69,7 +70,7 @@ bool LocalCloud::start(const QString& binary, int timeoutMs)
     static const QRegularExpression listening(QStringLiteral("listening on (\\S+)"));
     QDeadlineTimer deadline(timeoutMs);
     while (!deadline.hasExpired() && m_process->state() == QProcess::Running) {
-        m_process->waitForReadyRead(int(qBound<qint64>(1, deadline.remainingTime(), 200)));
+        m_process->waitForReadyRead(int(std::clamp<qint64>(deadline.remainingTime(), 1, 200)));
         m_output += QString::fromUtf8(m_process->readAll());
         const auto match = listening.match(m_output);
         if (match.hasMatch() && QFileInfo::exists(configPath())) {

@@ -1,5 +1,7 @@
 #include "ProgressBar.h"
 
+#include <algorithm>
+
 #include <unistd.h>
 
 ProgressBar::ProgressBar(QString label, FILE* stream, Style style)
@@ -59,7 +61,7 @@ void ProgressBar::update(qint64 done, qint64 total)
         return;
     }
     // Plain: one line per tenth reached (and the first one), none in between.
-    const int tenth = total > 0 ? int(qBound<qint64>(0, done * 10 / total, 10)) : -1;
+    const int tenth = total > 0 ? int(std::clamp<qint64>(done * 10 / total, 0, 10)) : -1;
     if (total > 0 && tenth == m_lastTenth)
         return;
     if (total <= 0 && m_drawn)
