@@ -18,6 +18,13 @@ struct MqttConnectAttempt::State {
     bool abandoned = false; // the session gave the handle up
     int result = MOSQ_ERR_UNKNOWN;
     int savedErrno = 0;
+    // A handle nobody took (its queued delivery was dropped with the
+    // receiver, or the process ended first) goes with the last reference.
+    ~State()
+    {
+        if (handle)
+            mosquitto_destroy(handle);
+    }
 };
 
 MqttConnectAttempt::MqttConnectAttempt(std::shared_ptr<State> state)
