@@ -8,10 +8,17 @@
 #include <glog/logging.h>
 
 #include "VornLogConfig.h"
+#include "VornNubraHelperExport.h"
 
 #if !VORN_GLOG_HAS_EQUAL_LEVEL
-#include <gflags/gflags.h>
-DECLARE_bool(equal_level);
+// Declared as DECLARE_bool(equal_level) would, but hidden: DECLARE_bool
+// gives the variable default visibility, which would export it from the
+// shared library. The flag stays reachable by name through gflags
+// (--equal_level, gflags::SetCommandLineOption).
+namespace fLB {
+extern VORN_NUBRA_HELPER_NO_EXPORT bool FLAGS_equal_level;
+}
+using fLB::FLAGS_equal_level;
 #endif
 
 namespace VornLog {
