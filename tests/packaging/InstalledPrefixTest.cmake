@@ -1,6 +1,6 @@
 # cmake -P script: install into a scratch prefix, run the installed vorn,
 # check what the libraries export, then build and run the consumer with
-# find_package and with pkg-config.
+# find_package and with pkg-config, and the example application on its own.
 include(${CMAKE_CURRENT_LIST_DIR}/PackagingSteps.cmake)
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
@@ -48,3 +48,7 @@ expect_public_exports(VornNubraHelper
   "(VornNubraHelper|VornNubraHelperRespWatcher|AESEncryption|EDData)($|::)|NubraCommon::(createInterfaceMap|userLoginSource)")
 
 build_and_run_consumers(${prefix} ${LIBDIR} ${PACKAGE_NAME} VornNubraHelper${QT_SUFFIX})
+
+if(EXAMPLE_DIR)
+  build_and_run_example(${prefix})
+endif()

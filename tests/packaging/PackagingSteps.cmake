@@ -66,3 +66,25 @@ function(build_and_run_consumers prefix libdir package module)
     endif()
   endforeach()
 endfunction()
+
+# build_and_run_example(<prefix>): builds the Vorn Companion example
+# (EXAMPLE_DIR) on its own against the tree at <prefix>, as an application
+# developer would, checks that it uses the installed helper library and runs
+# `vorn-companion --help` with it.
+function(build_and_run_example prefix)
+  set(out ${WORK_DIR}/example)
+  run_step("configure the example" ${CMAKE_COMMAND} -S ${EXAMPLE_DIR} -B ${out} -G ${GENERATOR}
+           -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH=${prefix} -DQT_MAJOR_VERSION=${QT_MAJOR_VERSION}
+           -DCMAKE_DISABLE_FIND_PACKAGE_glog=ON -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF
+           -DCMAKE_FIND_USE_SYSTEM_PACKAGE_REGISTRY=OFF)
+  run_step("build the example" ${CMAKE_COMMAND} --build ${out} -j2)
+  run_step("libraries of the example" ldd ${out}/vorn-companion)
+  if(NOT step_output MATCHES "libVornNubraHelper[^\n]* => ${prefix}/")
+    message(FATAL_ERROR "vorn-companion does not use the installed helper library:\n${step_output}")
+  endif()
+  run_step("run the example" ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH QT_QPA_PLATFORM=offscreen
+           ${out}/vorn-companion --help)
+  if(NOT step_output MATCHES "Vorn Companion")
+    message(FATAL_ERROR "vorn-companion --help said:\n${step_output}")
+  endif()
+endfunction()
