@@ -23,6 +23,7 @@ endif()
 #   pkg-config          nubra, VornNubraHelper    nubra-qt6, VornNubraHelper-qt6
 #   headers             include/{Nubra,VornNubraHelper}/
 #                                                 include/VornNubraHelper-qt6/{Nubra,VornNubraHelper}/
+#   documentation       share/doc/VornNubraHelper share/doc/VornNubraHelper-qt6
 #   tools (vorn, nubra-devcloud)  installed       not installed (VORN_INSTALL_TOOLS)
 #
 # The imported targets are Vorn::NubraHelper and Vorn::Nubra in both.
@@ -35,6 +36,7 @@ else()
   set(VORN_QT_SUFFIX "-qt${QT_MAJOR_VERSION}")
   set(VORN_PACKAGE_NAME VornNubraHelperQt${QT_MAJOR_VERSION})
   set(VORN_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/VornNubraHelper${VORN_QT_SUFFIX})
+  set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/VornNubraHelper${VORN_QT_SUFFIX})
   # One vorn and one nubra-devcloud per system: the Qt 5 build's.
   set(VORN_INSTALL_TOOLS_DEFAULT OFF)
 endif()

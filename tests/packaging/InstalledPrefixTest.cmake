@@ -17,8 +17,8 @@ expect_files(${prefix}
   ${LIBDIR}/cmake/${PACKAGE_NAME}/${PACKAGE_NAME}ConfigVersion.cmake
   ${LIBDIR}/pkgconfig/VornNubraHelper${QT_SUFFIX}.pc
   ${LIBDIR}/pkgconfig/nubra${QT_SUFFIX}.pc
-  share/doc/VornNubraHelper/LICENSE
-  share/doc/VornNubraHelper/CHANGELOG.md)
+  share/doc/VornNubraHelper${QT_SUFFIX}/LICENSE
+  share/doc/VornNubraHelper${QT_SUFFIX}/CHANGELOG.md)
 
 if(TOOLS_INSTALLED)
   run_installed_vorn(${prefix}/${BINDIR})
