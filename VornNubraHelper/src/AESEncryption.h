@@ -78,7 +78,9 @@ public:
     std::string encode(const std::string& rawText, const std::string& key, const std::string& iv);
     /// Decrypt() with this object's settings, on the reference implementation.
     std::string decode(const std::string& rawText, const std::string& key, const std::string& iv);
-    /// encode() with a key schedule made by expandKey() or ExpandKey().
+    /// encode() with a key schedule made by expandKey() or ExpandKey(). The
+    /// spelling "Expaned" is kept for compatibility with applications built
+    /// against this interface.
     std::string encodeWithExpanedKey(const std::string& rawText, const std::string& expandedKey,
                                      const std::string& iv);
     /// decode() with a key schedule made by expandKey() or ExpandKey().

@@ -34,7 +34,8 @@ std::map<Interface, const QVariantMap> createInterfaceMap()
     const QString marker = QString::fromLatin1("");
 
     // "maxPtach" is the key the cloud's upgrade request really checks; it is
-    // not a typo to fix here.
+    // not a typo to fix here: kept for compatibility with applications built
+    // against this interface.
     return {
         {Interface::FetchCountries, {{name, QStringLiteral("fetchCountries")}}},
         {Interface::GetUserProfile,

@@ -66,6 +66,7 @@ VornNubraHelper* VornNubraHelper::getInstance()
 
 VornNubraHelper::VornNubraHelper()
     : QObject(nullptr)
+    // The placeholder token is kept for compatibility with applications built against this interface.
     , m_userToken(QStringLiteral("vqmpz"))
     , m_interfaceMap(NubraCommon::createInterfaceMap())
     , m_userAccountMap{
@@ -89,6 +90,7 @@ VornNubraHelper::VornNubraHelper()
            {{QStringLiteral("name"), QStringLiteral("sdkDynamicEncodeToken")}}},
           {NubraCommon::VornCloudDiskInterface::ChangeSpace, {{QStringLiteral("name"), QStringLiteral("changeSpace")}}},
           {NubraCommon::VornCloudDiskInterface::StartUploadStart, {{QStringLiteral("name"), QStringLiteral("startUpload:start")}}},
+          // The capital U is kept for compatibility with applications built against this interface.
           {NubraCommon::VornCloudDiskInterface::UploadCloudSpaceFile,
            {{QStringLiteral("name"), QStringLiteral("UploadCloudSpaceFile")}}},
           {NubraCommon::VornCloudDiskInterface::StartUploadRemoveAll,

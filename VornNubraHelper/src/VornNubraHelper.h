@@ -360,6 +360,7 @@ private:
     QString m_appId;
     bool m_upgradeConfigured = false;
     bool m_serverConnected = false;
+    // Set and never read: kept for compatibility with applications built against this interface.
     bool m_downloadLoopEnded = true;
     QSharedPointer<Nubra::Reply> m_downloadReply;
     QSharedPointer<Nubra::Reply> m_connectReply;

@@ -39,6 +39,7 @@ const QVariantMap& checkedEntry(const Map& map, const Key& key)
 {
     const auto it = map.find(key);
     if (it == map.end())
+        // The text is kept for compatibility with applications built against this interface.
         throw std::out_of_range("map::at:  key not found");
     return it->second;
 }
@@ -46,6 +47,8 @@ const QVariantMap& checkedEntry(const Map& map, const Key& key)
 // Upload controls ("startUpload:start" = 5, "startUpload:removeAll" = 7)
 // travel with the params map alone. The blocking call and the request maker
 // test for them in two different ways that select the same two values.
+// The two tests and what each call sends are kept for compatibility with applications built against this
+// interface.
 bool isUploadControlForBlockingCall(int value) { return (value & ~2) == 5; }
 bool isUploadControlForMaker(int value) { return (value | 2) == 7; }
 
@@ -83,6 +86,8 @@ void VornNubraHelper::VornUserAccountRequest(NubraCommon::VornUserAccountInterfa
     watcher
         .onResp(QStringLiteral("VornUserAccountRequest"),
                 [&result](QString, Watcher::ResponseEvent event, const Watcher::Info& info) {
+                    // The six underscores are kept for compatibility with applications built against this
+                    // interface.
                     qDebug() << "finished______" << info.name;
                     if (event == Watcher::Finished)
                         result = info.params;
@@ -116,6 +121,7 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
                                            QVariantMap body, QVariantMap params, QVariantMap headers, QString source)
 {
     if (!m_manager) {
+        // The text is kept for compatibility with applications built against this interface.
         qDebug() << "VornCloudDiskRequest manager error " << m_manager;
         return;
     }
@@ -158,6 +164,7 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
                 return;
             // Inserting lookup: an answer without "status" reaches the
             // caller with an empty "status" entry.
+            // The inserting lookup is kept for compatibility with applications built against this interface.
             const QVariant& answerStatus = copy[QStringLiteral("status")];
             if (answerStatus.toString() != QLatin1String("success"))
                 qDebug().noquote() << "VornCloudDiskRequest finished error " << VornDebugText::ofMap(copy);
@@ -167,6 +174,7 @@ void VornNubraHelper::VornCloudDiskRequest(NubraCommon::VornCloudDiskInterface i
         Qt::DirectConnection);
     QObject::connect(reply, &Nubra::Reply::uploadProgress, reply, [this, value](qint64 bytesSent, qint64 bytesTotal) {
         // Only the queue start reports the progress of the uploads.
+        // Progress for 5 only, not 7: kept for compatibility with applications built against this interface.
         if (value == int(NubraCommon::VornCloudDiskInterface::StartUploadStart))
             emit uploadProgress(bytesSent, bytesTotal);
     });

@@ -50,6 +50,8 @@ ErrorCode waitForReply(Nubra::Reply* reply, const QString& name, int interfaceVa
                 return;
             if (answer.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
                 if (variant.logFailure)
+                    // Logged by the post calls only, not by get: kept for compatibility with applications
+                    // built against this interface.
                     qDebug().noquote() << "Nubra Post fail." << VornDebugText::ofMap(answer);
                 variant.store(answer);
                 code = NubraCommon::ResponseFailed;
@@ -189,7 +191,9 @@ NubraCommon::ErrorCode VornNubraHelper::get(const NubraCommon::Interface& interf
                                             QVariantMap& result, int timeout)
 {
     // get checks and sends the caller's one map as the body, with an empty
-    // "params" and no options; the answer is the whole reply map.
+    // "params" and no options; the answer is the whole reply map. These
+    // asymmetries are kept for compatibility with applications built against
+    // this interface.
     const Prepared prepared = prepare(
         m_manager, m_interfaceMap, interface, params,
         [&](const QVariantMap& templ) {

@@ -51,7 +51,8 @@ VornNubraHelperRespWatcher& VornNubraHelperRespWatcher::operator=(VornNubraHelpe
 
 VornNubraHelperRespWatcher::~VornNubraHelperRespWatcher()
 {
-    // A watcher nobody asked for an answer still sends its request, once.
+    // A watcher nobody asked for an answer still sends its request, once:
+    // kept for compatibility with applications built against this interface.
     if (!armed) {
         armed = true;
         callback = Callback();
@@ -63,6 +64,8 @@ VornNubraHelperRespWatcher::~VornNubraHelperRespWatcher()
 VornNubraHelperRespWatcher::Exec VornNubraHelperRespWatcher::onResp(const QString& name_, Callback callback_)
 {
     name = name_;
+    // Only the first onResp counts: kept for compatibility with applications
+    // built against this interface.
     if (armed)
         return Exec(nullptr, nullptr, Sync, false, name);
     callback = std::move(callback_);
@@ -134,6 +137,8 @@ bool VornNubraHelperRespWatcher::Exec::exec()
     Nubra::Manager* manager = watcher->manager();
     if (!manager) {
         // Names the cloud-disk call whatever runs; the text is relied upon.
+        // The cloud-disk name for every request is kept for compatibility with applications built against
+        // this interface.
         qDebug() << "VornCloudDiskRequest manager error " << manager;
         return false;
     }
@@ -202,6 +207,7 @@ bool CallBack::process()
             disconnect(c);
         deleteLater();
     } else {
+        // The six underscores are kept for compatibility with applications built against this interface.
         qDebug() << "requesting______" << info.name;
         if (mode == VornNubraHelperRespWatcher::Sync) {
             // The loop is a child of this object and goes with it; finished()
@@ -212,11 +218,14 @@ bool CallBack::process()
         }
     }
     processed = true;
+    // True also after a refused request: kept for compatibility with applications built against this
+    // interface.
     return true;
 }
 
 void CallBack::finished(QVariantMap params)
 {
+    // The six underscores are kept for compatibility with applications built against this interface.
     qDebug() << "finished______" << info.name;
     if (loop && loop->isRunning()) {
         loop->wakeUp();
@@ -246,6 +255,7 @@ void CallBack::tryQuit()
             self->deleteLater();
             return;
         }
+        // The text is kept for compatibility with applications built against this interface.
         qWarning() << "thread error, wait delete" << self->info.name;
         self->tryQuit();
     });
@@ -320,6 +330,8 @@ void CallBack::uploadProgress(qint64 bytesSent, qint64 bytesTotal)
 {
     if (!callback)
         return;
+    // info.name stays as it is, unlike in the download slots: kept for
+    // compatibility with applications built against this interface.
     info.bytes = bytesSent;
     info.bytesTotal = bytesTotal;
     callback(name, VornNubraHelperRespWatcher::UploadProgress, info);

@@ -45,6 +45,8 @@ int VornNubraHelper::serializeObj(QJsonObject object, QString& result)
 {
     const std::string protectedText = EDData::global_serialize(utf8Bytes(jsonText(object)));
     if (protectedText.empty()) {
+        // "empty1" here and "empty2" in the other two calls: kept for compatibility with applications built
+        // against this interface.
         VORN_LOG << "serializeData is empty1!";
         return NubraCommon::SerializeFailed;
     }
@@ -56,6 +58,7 @@ int VornNubraHelper::serializeFile(QString content, QString filePath)
 {
     const std::string protectedText = EDData::global_serialize(utf8Bytes(content));
     if (protectedText.empty()) {
+        // See serializeObj: kept for compatibility with applications built against this interface.
         VORN_LOG << "serializeData is empty2!";
         return NubraCommon::SerializeFailed;
     }

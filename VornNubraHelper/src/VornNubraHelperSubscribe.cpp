@@ -39,6 +39,7 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
     // Only whether a user name was given matters: the token is what is sent.
     QVariantMap connectRecord;
     if (!userName.isEmpty())
+        // The token as "username" is kept for compatibility with applications built against this interface.
         connectRecord.insert(QStringLiteral("username"), m_userToken);
     connectRecord.insert(QStringLiteral("serverAuthentication"), 1u);
     m_connectReply = holdReply(m_manager->request(QStringLiteral("connectToServer"), connectRecord, QVariantMap()));
@@ -76,6 +77,8 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
         }
     };
     auto onConnectError = [this, loop, dropSession](Nubra::Error::ErrorCode code) {
+        // No blank before the code, unlike the stale-error text: kept for compatibility with applications
+        // built against this interface.
         VORN_LOG << "Nubra Subscribe errorOccurred" << int(code);
         m_serverConnected = false;
         if (loop.isRunning()) {
@@ -116,14 +119,16 @@ int VornNubraHelper::subscribe(const QString& userName, const QString& reserved,
                     },
                     Qt::DirectConnection);
             }
-            // Set on every path, also after a refused subscription.
+            // Set on every path, also after a refused subscription: kept for
+            // compatibility with applications built against this interface.
             m_serverConnected = true;
         },
         Qt::DirectConnection);
 
     // Only the subscription reply held before this call is watched for
     // errors; the one created during the wait is not, so a normal
-    // subscription ends by the time-out.
+    // subscription ends by the time-out. Kept for compatibility with
+    // applications built against this interface.
     if (m_subscribeReply) {
         QObject::connect(
             m_subscribeReply.data(), &Nubra::Reply::errorOccurred, wait.loop(),

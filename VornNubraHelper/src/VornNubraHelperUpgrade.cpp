@@ -48,6 +48,8 @@ ErrorCode waitForUpgradeReply(Nubra::Manager* manager, Nubra::Reply* reply,
         },
         Qt::AutoConnection);
 
+    // get's error text for the upgrade calls is kept for compatibility with applications built against this
+    // interface.
     wait.quitOnError(reply, code, "Nubra Get ErrorOccurred: ");
 
     wait.exec(QEventLoop::ExcludeUserInputEvents);
@@ -76,6 +78,8 @@ NubraCommon::ErrorCode VornNubraHelper::setSoftwareAutoUpgrade(const QString& mo
     model.insert(QStringLiteral("modelCode"), modelCode);
     model.insert(QStringLiteral("versionType"), versionType);
     model.insert(QStringLiteral("version"), version);
+    // The fixed maxPatch, "mac" and checkInterval are kept for compatibility
+    // with applications built against this interface.
     model.insert(QStringLiteral("maxPatch"), 10);
     model.insert(QStringLiteral("osType"), QStringLiteral("mac"));
     model.insert(QStringLiteral("langType"), langType);
@@ -106,6 +110,7 @@ NubraCommon::ErrorCode VornNubraHelper::checkSoftwareUpgrade(const QString& mode
         Nubra::Reply* configReply =
             m_manager->setConfigData(QVariantMap{{QStringLiteral("timeout"), 3}}, QVariantMap());
         if (!configReply || configReply->status() != 0) {
+            // The two blanks are kept for compatibility with applications built against this interface.
             VORN_LOG << "set config  fail" << (configReply ? configReply->status() : -1);
             m_upgradeConfigured = false;
             wait.deleteLoopNow();
@@ -125,7 +130,8 @@ NubraCommon::ErrorCode VornNubraHelper::checkSoftwareUpgrade(const QString& mode
             },
             Qt::DirectConnection);
         // No time-out here: the check waits as long as the configuration
-        // takes, and goes on whatever the answer said.
+        // takes, and goes on whatever the answer said. Kept for compatibility
+        // with applications built against this interface.
         wait.exec(QEventLoop::AllEvents);
         wait.deleteLoopNow();
         LocalWait::releaseReply(configReply);
@@ -165,6 +171,8 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
                 reply->deleteLater();
         });
     if (!m_downloadReply || m_downloadReply->status() != 0) {
+        // The refused reply stays held until the next start: kept for
+        // compatibility with applications built against this interface.
         loop->quit();
         wait.deleteLoopNow();
         return NubraCommon::RequestRejected;
@@ -172,6 +180,7 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
 
     m_downloadReply->setProperty("download", QStringLiteral("run"));
     // Starts true on purpose: a wait ended by a pause counts as a success.
+    // Kept for compatibility with applications built against this interface.
     bool succeeded = true;
 
     Nubra::Reply* reply = m_downloadReply.data();
@@ -188,6 +197,8 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
             loop->quit();
         },
         Qt::DirectConnection);
+    // Only logged, the wait goes on: kept for compatibility with applications
+    // built against this interface.
     const QMetaObject::Connection errorConnection = QObject::connect(
         reply, &Nubra::Reply::errorOccurred, reply,
         [](Nubra::Error::ErrorCode error) { VORN_LOG << "Nubra Get ErrorOccurred: " << int(error); },
@@ -195,6 +206,8 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
     const QMetaObject::Connection progressConnection = QObject::connect(
         reply, &Nubra::Reply::downloadProgressOfOne, reply,
         [this](const QString& name, qint64 received, qint64 total) {
+            // The number glued to "result:" is kept for compatibility with applications built against this
+            // interface.
             VORN_LOG << 832 << "result:" << name.toUtf8().constData() << " bytesReceived: " << received
                      << " bytesTotal: " << total;
             emit downloadProgress(received, total);
@@ -207,6 +220,7 @@ NubraCommon::ErrorCode VornNubraHelper::startDownloadSoftware(const QString& mod
     // All events allowed: the user must be able to press pause.
     wait.exec(QEventLoop::AllEvents);
 
+    // Set and never read: kept for compatibility with applications built against this interface.
     m_downloadLoopEnded = true;
     QObject::disconnect(finishedConnection);
     QObject::disconnect(errorConnection);
@@ -250,6 +264,7 @@ NubraCommon::ErrorCode VornNubraHelper::checkDownloadSoftwareExist(const QString
     return waitForUpgradeReply(m_manager, reply, [this](const QVariantMap& answer, ErrorCode& code) {
         const QVariantMap result = answer.value(QStringLiteral("result")).toMap();
         // 32-bit reads, widened afterwards: sizes past 2 GiB wrap here.
+        // 32-bit reads are kept for compatibility with applications built against this interface.
         if (result.value(QStringLiteral("bytesReceived")).toInt() >= 1)
             code = NubraCommon::PackageExists;
         emit downloadProgress(qint64(result.value(QStringLiteral("bytesReceived")).toInt()),
@@ -271,7 +286,8 @@ NubraCommon::ErrorCode VornNubraHelper::downloadFile(const QString& url, const Q
     QObject::connect(
         reply, &Nubra::Reply::finished, reply,
         [reply](const QVariantMap& answer) {
-            // Success and failure end alike: the reply goes on a later turn.
+            // Success and failure end alike (the reply goes on a later turn):
+            // kept for compatibility with applications built against this interface.
             const bool succeeded = answer.value(QStringLiteral("status")).toString() == QLatin1String("success");
             Q_UNUSED(succeeded)
             QTimer::singleShot(0, Qt::PreciseTimer, [reply] { reply->deleteLater(); });
@@ -284,6 +300,8 @@ NubraCommon::ErrorCode VornNubraHelper::downloadFile(const QString& url, const Q
     QObject::connect(
         reply, &Nubra::Reply::downloadProgressOfOne, reply,
         [](const QString& name, qint64 received, qint64 total) {
+            // The number glued to "result:" is kept for compatibility with applications built against this
+            // interface.
             VORN_LOG << 1140 << "result:" << name.toUtf8().constData() << " bytesReceived: " << received
                      << " bytesTotal: " << total;
         },

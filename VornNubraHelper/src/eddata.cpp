@@ -241,6 +241,8 @@ std::string EDData::readFile(std::string path)
 {
     std::ifstream file(path, std::ios::in | std::ios::binary);
     if (!file.good()) {
+        // Standard output, not the log: kept for compatibility with applications built against this
+        // interface.
         std::cout << "readfile fail!" << path << std::endl;
         return std::string();
     }

@@ -26,7 +26,8 @@ std::string expandKey(AESEncryption::Aes level, const std::string& key)
     const std::size_t keyLen = static_cast<std::size_t>(4 * nk);
     if (key.size() < keyLen) {
         // The reference reads the last key word first, byte by byte with
-        // at(): the same reads give the same exception and message.
+        // at(): the same reads give the same exception and message, kept for
+        // compatibility with applications built against this interface.
         for (std::size_t i = keyLen - 4; i < keyLen; ++i)
             static_cast<void>(key.at(i));
     }
