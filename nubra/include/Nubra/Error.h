@@ -38,7 +38,7 @@ public:
         HostNotFound = 201,        ///< The host name did not resolve.
         TimedOut = 202,            ///< The request's time-out elapsed.
         ConnectionClosed = 203,    ///< Peer reset or closed the connection mid-transfer.
-        TransferStalled = 204,     ///< No bytes moved for the stall period.
+        TransferStalled = 204,     ///< Not reported: stalls end as TimedOut (kept so the numbers stay).
         ProxyError = 205,          ///< The proxy failed or refused.
         Cancelled = 206,           ///< Reply::abort() was called.
         NetworkErrorOther = 299,   ///< Any other transport failure.

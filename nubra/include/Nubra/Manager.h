@@ -19,9 +19,10 @@ class ManagerPrivate;
 
 /// Entry point of the cloud client. Starts named requests and returns a
 /// Reply for each. All work (HTTP, MQTT, transfers) runs on the event loop of
-/// the thread that owns the manager; there is no worker thread, so that
-/// thread needs a running event loop (a local QEventLoop is fine). No call
-/// of the manager blocks or waits.
+/// the thread that owns the manager, so that thread needs a running event
+/// loop (a local QEventLoop is fine); every signal is emitted there. No call
+/// of the manager blocks or waits. The few other threads (hashing,
+/// connecting, name look-ups) touch no Qt object; see docs/architecture.md.
 ///
 /// Request names are resolved in this order: the message service
 /// ("connectToServer", "subscribe", "disconnectFromServer"), the upgrade
