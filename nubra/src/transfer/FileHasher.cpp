@@ -1,8 +1,8 @@
 #include "transfer/FileHasher.h"
 
-#include <QTimer>
+#include "transfer/Sha256.h"
 
-#include <openssl/evp.h>
+#include <QTimer>
 
 namespace Nubra {
 
@@ -19,11 +19,7 @@ FileHasher::FileHasher(const QString& path, QObject* parent)
 {
 }
 
-FileHasher::~FileHasher()
-{
-    if (m_context)
-        EVP_MD_CTX_free(m_context);
-}
+FileHasher::~FileHasher() = default;
 
 void FileHasher::start()
 {
@@ -31,8 +27,7 @@ void FileHasher::start()
         QTimer::singleShot(0, this, [this] { emit failed(QStringLiteral("cannot read %1: %2").arg(m_file.fileName(), m_file.errorString())); });
         return;
     }
-    m_context = EVP_MD_CTX_new();
-    EVP_DigestInit_ex(m_context, EVP_sha256(), nullptr);
+    m_hash = std::make_unique<Sha256>();
     QTimer::singleShot(0, this, &FileHasher::step);
 }
 
@@ -47,15 +42,12 @@ void FileHasher::step()
             return;
         }
         if (n == 0) {
-            unsigned char digest[EVP_MAX_MD_SIZE];
-            unsigned int length = 0;
-            EVP_DigestFinal_ex(m_context, digest, &length);
+            const QByteArray digest = m_hash->hexDigest();
             m_file.close();
-            emit hashed(QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(digest), int(length)).toHex()),
-                        m_size);
+            emit hashed(QString::fromLatin1(digest), m_size);
             return;
         }
-        EVP_DigestUpdate(m_context, buffer, size_t(n));
+        m_hash->update(buffer, size_t(n));
         m_size += n;
         slice += n;
     }

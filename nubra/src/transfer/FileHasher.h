@@ -6,9 +6,10 @@
 
 #include <memory>
 
-struct evp_md_ctx_st;
 
 namespace Nubra {
+
+class Sha256;
 
 // SHA-256 of a file, computed on the event loop a slice at a time so that a
 // file of hundreds of MiB neither blocks the loop nor sits in memory.
@@ -30,7 +31,7 @@ private:
     void step();
 
     QFile m_file;
-    evp_md_ctx_st* m_context = nullptr;
+    std::unique_ptr<Sha256> m_hash;
     qint64 m_size = 0;
 };
 

@@ -5,13 +5,12 @@
 #include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 #include "transfer/FileHasher.h"
+#include "transfer/Sha256.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
 #include <QFileInfo>
-
-#include <openssl/evp.h>
 
 namespace Nubra {
 
@@ -224,11 +223,10 @@ void UploadQueueReply::sendFile()
     // Straight from disk into curl's buffer: the file is never held whole.
     // Without a digest yet, it is computed from the same bytes on the way.
     QFile* file = m_file.get();
-    evp_md_ctx_st* hash = nullptr;
+    Sha256* hash = nullptr;
     if (m_sha256.isEmpty()) {
-        m_streamHash = EVP_MD_CTX_new();
-        EVP_DigestInit_ex(m_streamHash, EVP_sha256(), nullptr);
-        hash = m_streamHash;
+        m_streamHash = std::make_unique<Sha256>();
+        hash = m_streamHash.get();
     }
     transfer->setBodySource(
         [file, hash](char* buffer, size_t size) -> size_t {
@@ -236,7 +234,7 @@ void UploadQueueReply::sendFile()
             if (n < 0)
                 return size_t(CURL_READFUNC_ABORT);
             if (hash)
-                EVP_DigestUpdate(hash, buffer, size_t(n));
+                hash->update(buffer, size_t(n));
             return size_t(n);
         },
         item.size);
@@ -257,12 +255,8 @@ void UploadQueueReply::sendCompleted(int curlCode)
         return;
     }
     m_bytesSent += m_batch[m_index].size;
-    if (m_streamHash) {
-        unsigned char digest[EVP_MAX_MD_SIZE];
-        unsigned int length = 0;
-        EVP_DigestFinal_ex(m_streamHash, digest, &length);
-        m_sha256 = QString::fromLatin1(QByteArray(reinterpret_cast<const char*>(digest), int(length)).toHex());
-    }
+    if (m_streamHash)
+        m_sha256 = QString::fromLatin1(m_streamHash->hexDigest());
     if (result.value(QStringLiteral("sha256")).toString() != m_sha256 ||
         result.value(QStringLiteral("size")).toLongLong() != m_batch[m_index].size) {
         itemDone(Outcome::Failed, result, Error::IntegrityCheckFailed,
@@ -362,10 +356,7 @@ void UploadQueueReply::stopWork()
         m_transfer = nullptr;
     }
     m_file.reset();
-    if (m_streamHash) {
-        EVP_MD_CTX_free(m_streamHash);
-        m_streamHash = nullptr;
-    }
+    m_streamHash.reset();
 }
 
 int UploadQueueReply::cancelForClear()

@@ -12,12 +12,11 @@
 #include <deque>
 #include <memory>
 
-struct evp_md_ctx_st;
-
 namespace Nubra {
 
 class CurlTransfer;
 class FileHasher;
+class Sha256;
 
 // Reply of "startUpload:start": uploads a batch of queued files one after
 // the other. For each file the server is asked first whether the target
@@ -80,7 +79,7 @@ private:
     size_t m_index = 0;
     QString m_sha256;          // empty until known (before or while sending)
     bool m_askedWithDigest = false;
-    evp_md_ctx_st* m_streamHash = nullptr; // hashes the bytes as curl reads them
+    std::unique_ptr<Sha256> m_streamHash; // hashes the bytes as curl reads them
     qint64 m_bytesTotal = 0;
     qint64 m_bytesDone = 0;   // files finished, skipped or dropped
     qint64 m_bytesSent = 0;   // bytes that really went over the wire
