@@ -1,8 +1,11 @@
 // vorn against the shared dev cloud: every kind of outcome gives a clear
 // message and the exit status scripts rely on, in text and in JSON.
 
+#include "LocalServer.h"
 #include "TestFiles.h"
 #include "VornProcess.h"
+
+#include <QProcess>
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -131,4 +134,75 @@ TEST(VornCommandLine, jsonResultCarriesTheCloudsAnswer)
     // Without it the placeholder token is sent and the cloud refuses.
     const VornRun refused = runVorn({"--json", "post", "GetUserProfile", "userID:=1001"}, {{"VORN_TOKEN", ""}});
     EXPECT_EQ(refused.exitStatus, 6) << describe(refused);
+}
+
+namespace {
+
+// The shared cloud's configuration with another base URL, in dir.
+QString configFor(const QTemporaryDir& dir, const QString& name, const QString& baseUrl)
+{
+    QJsonObject config = VornTest::readJsonObject(qEnvironmentVariable("NUBRA_CONFIG"));
+    config.insert("baseUrl", baseUrl);
+    const QString path = dir.filePath(name);
+    return VornTest::writeFile(path, QJsonDocument(config).toJson()) ? path : QString();
+}
+
+} // namespace
+
+// Each failure's one line names its cause, the same fields go into --json.
+TEST(VornCommandLine, failuresNameTheirCause)
+{
+    QTemporaryDir dir;
+    // A TLS server whose self-signed certificate the client must refuse.
+    const QString cert = dir.filePath("cert.pem"), key = dir.filePath("key.pem");
+    ASSERT_EQ(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out",
+                                            cert, "-days", "2", "-subj", "/CN=127.0.0.1", "-addext",
+                                            "subjectAltName=IP:127.0.0.1"}),
+              0);
+    VornTest::LocalServer<httplib::SSLServer> tls(cert.toLocal8Bit().constData(), key.toLocal8Bit().constData());
+    ASSERT_TRUE(tls.server.is_valid());
+    ASSERT_GT(tls.start(), 0);
+    // A port nobody listens on: bind one, note it, close it.
+    VornTest::LocalServer<httplib::Server> closed;
+    const int closedPort = closed.start();
+    closed.stop();
+
+    struct Case {
+        const char* name;
+        QStringList args;
+        int exitStatus;
+        const char* lineHas;      // in the headline on stdout
+        const char* causeField;   // a field of "cause" in --json ...
+        QJsonValue causeValue;    // ... and its value
+    };
+    const QString refused = configFor(dir, "refused.json", QStringLiteral("http://127.0.0.1:%1").arg(closedPort));
+    const QString untrusted = configFor(dir, "tls.json", tls.url("https"));
+    const QList<Case> cases{
+        {"the cloud's message and status", {"post", "UserLogin", kAccount, "password=wrong"}, 6,
+         "ResponseFailed (6) - the cloud answered with a failure: HTTP 401 \"wrong account or password\"",
+         "httpStatus", 401},
+        {"connection refused", {"--config", refused, "post", "UserLogin", kAccount, kPassword}, 7,
+         "TransportError (7) - the request failed on the way (network or protocol): ConnectionRefused (200): ",
+         "clientErrorName", "ConnectionRefused"},
+        {"certificate problem", {"--config", untrusted, "get", "FetchCountries"}, 7, "SslCertificateRejected (301): ",
+         "clientError", 301},
+        {"vorn's own time-out", {"post", "UserLogin", "devcloudFault=delay=3000", "--timeout", "300"}, 1,
+         "Timeout (1) - no answer before the time-out: no answer within 0.3 s (--timeout 300)", "text",
+         "no answer within 0.3 s (--timeout 300)"},
+        {"missing field", {"post", "GetUserProfile"}, 3, "MissingField (3) - a field the request needs is missing: "
+         "the request needs \"userID\"; nothing was sent", "text", "the request needs \"userID\"; nothing was sent"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const VornRun run = runVorn(c.args);
+        EXPECT_EQ(run.exitStatus, c.exitStatus) << describe(run);
+        EXPECT_TRUE(run.out.contains(QString::fromUtf8(c.lineHas))) << describe(run);
+        const VornRun json = runVorn(QStringList{"--json"} + c.args);
+        const QJsonObject cause = jsonOf(json).value("cause").toObject();
+        EXPECT_EQ(cause.value(c.causeField), c.causeValue) << describe(json);
+        EXPECT_FALSE(cause.value("text").toString().isEmpty()) << describe(json);
+    }
+    // The certificate problem is spelt out, as curl reports it.
+    const VornRun certificate = runVorn({"--config", untrusted, "get", "FetchCountries"});
+    EXPECT_TRUE(certificate.out.contains("certificate", Qt::CaseInsensitive)) << describe(certificate);
 }

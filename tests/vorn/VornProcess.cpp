@@ -2,13 +2,22 @@
 
 #include <QJsonDocument>
 #include <QProcess>
+#include <QTemporaryDir>
 
 QString vornBinary() { return QStringLiteral(VORN_CLI_BINARY); }
 
-VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env, int timeoutMs)
+QString isolatedConfigHome()
+{
+    static QTemporaryDir folder;
+    return folder.path();
+}
+
+VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env, int timeoutMs, const QByteArray& input)
 {
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), isolatedConfigHome());
+    environment.remove(QStringLiteral("VORN_PASSWORD"));
     for (auto it = env.cbegin(); it != env.cend(); ++it) {
         if (it.value().isEmpty())
             environment.remove(it.key());
@@ -17,6 +26,9 @@ VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env, int 
     }
     process.setProcessEnvironment(environment);
     process.start(vornBinary(), args);
+    if (!input.isEmpty())
+        process.write(input);
+    process.closeWriteChannel();
     VornRun run;
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();

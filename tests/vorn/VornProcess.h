@@ -17,8 +17,14 @@ struct VornRun {
 };
 
 // env: changes to the inherited environment; an empty value removes the
-// variable.
-VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env = {}, int timeoutMs = 60000);
+// variable. input goes to standard input, which is then closed. Unless env
+// names XDG_CONFIG_HOME, vorn gets an empty folder of this test process for
+// it, so that no token stored by a user (or another test) is used.
+VornRun runVorn(const QStringList& args, const QMap<QString, QString>& env = {}, int timeoutMs = 60000,
+                const QByteArray& input = QByteArray());
+
+// The empty configuration folder runVorn gives by default.
+QString isolatedConfigHome();
 
 QString vornBinary();
 

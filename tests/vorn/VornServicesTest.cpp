@@ -33,7 +33,9 @@ namespace {
 
 [[maybe_unused]] QString signIn()
 {
-    const VornRun run = runVorn({"--json", "login", "demo@vorn.example", "scan3d!"});
+    const VornRun run = runVorn({"--json", "login", "demo@vorn.example", "--password-stdin", "--no-store",
+                                 "--print-token"},
+                                {}, 60000, "scan3d!\n");
     return jsonOf(run).value("result").toObject().value("token").toString();
 }
 
@@ -137,14 +139,17 @@ TEST(VornSubscribe, aTokenTheBrokerRefusesIsAFailure)
     const VornRun run = runVorn({"--json", "subscribe", "vorn-test/refused", "--seconds", "3", "--token", "not-a-token"});
     EXPECT_EQ(run.exitStatus, 9) << describe(run);
     EXPECT_EQ(jsonOf(run).value("codeName").toString(), "SubscribeFailed") << describe(run);
+    // The broker's refusal, as the client saw it, is the cause.
+    EXPECT_FALSE(jsonOf(run).value("cause").toObject().value("clientErrorName").toString().isEmpty()) << describe(run);
 }
 
-TEST(VornSubscribe, tooFewMessagesEndsWithTimeout)
+TEST(VornSubscribe, tooFewMessagesExitsWithOneThoughTheSubscriptionWorked)
 {
     const QString token = signIn();
     const VornRun run = runVorn({"--json", "subscribe", "vorn-test/silent", "--count", "1", "--seconds", "2",
                                  "--token", token});
     EXPECT_EQ(run.exitStatus, 1) << describe(run);
+    EXPECT_EQ(jsonOf(run).value("codeName").toString(), "Success") << describe(run);
     EXPECT_EQ(jsonOf(run).value("received").toInt(-1), 0) << describe(run);
 }
 
@@ -173,12 +178,21 @@ TEST(VornUpgrade, checkDownloadAndExistsAgainstTheCatalogue)
     EXPECT_EQ(result.value("bytesReceived").toDouble(), result.value("bytesTotal").toDouble());
     EXPECT_EQ(QFileInfo(dir.filePath("VS-300_Pro-2.1.0.vpkg")).size(), qint64(result.value("bytesTotal").toDouble()));
 
+    // exists answers yes (0) or no (1); the helper's own code stays in the output.
     const VornRun exists = runVorn(QStringList{"--json", "upgrade", "exists", "--to", "2.1.0"} + registration);
     EXPECT_EQ(exists.exitStatus, 0) << describe(exists);
     EXPECT_EQ(jsonOf(exists).value("code").toInt(), 12) << describe(exists);
+    QTemporaryDir empty;
+    const VornRun absent = runVorn({"--json", "upgrade", "exists", "--to", "2.1.0", "--model", "VS-300 Pro",
+                                    "--version", "2.0.0", "--dir", empty.path()});
+    EXPECT_EQ(absent.exitStatus, 1) << describe(absent);
+    EXPECT_EQ(jsonOf(absent).value("code").toInt(-1), 0) << describe(absent);
+    EXPECT_FALSE(jsonOf(absent).value("result").toObject().value("present").toBool(true)) << describe(absent);
 
+    // The cloud's own words and status explain the failure.
     const VornRun unknownModel = runVorn({"upgrade", "check", "--model", "VS-999", "--version", "1.0.0", "--dir", dir.path()});
     EXPECT_NE(unknownModel.exitStatus, 0) << describe(unknownModel);
+    EXPECT_TRUE(unknownModel.out.contains("HTTP 404: no software for model VS-999")) << describe(unknownModel);
 }
 
 TEST(VornUpgrade, ctrlCPausesTheDownloadAndTheNextRunResumesIt)
@@ -239,6 +253,7 @@ TEST(VornDownload, fileArrivesOrTheFailureIsReported)
 
     const VornRun missing = runVorn({"download", base + "/files/no-such-file.bin", dir.filePath("x.bin"), "--seconds", "20"});
     EXPECT_EQ(missing.exitStatus, 7) << describe(missing);
+    EXPECT_TRUE(missing.out.contains("HTTP 404")) << describe(missing);
     EXPECT_TRUE(QDir(dir.path()).entryList({"x.bin*"}).isEmpty()) << "nothing of the failed file is left";
 }
 

@@ -1,6 +1,7 @@
 #include "ArgumentMaps.h"
 
-#include <QFile>
+#include "StandardInput.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -59,14 +60,15 @@ Parsed parse(const std::vector<std::string>& fields)
             continue;
         }
         if (field.startsWith(QLatin1Char('@'))) {
+            // @- reads the object from standard input.
             const QString path = field.mid(1);
-            QFile file(path);
-            if (!file.open(QIODevice::ReadOnly)) {
-                parsed.error = QStringLiteral("cannot read %1: %2").arg(path, file.errorString());
+            QByteArray content;
+            if (!StandardInput::readFile(path, &content, &parsed.error)) {
                 parsed.fileMissing = true;
                 return parsed;
             }
-            if (!mergeObject(file.readAll(), path, &parsed.map, &parsed.error))
+            if (!mergeObject(content, StandardInput::isDash(path) ? QStringLiteral("standard input") : path,
+                             &parsed.map, &parsed.error))
                 return parsed;
             continue;
         }

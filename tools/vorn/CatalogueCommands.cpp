@@ -1,9 +1,10 @@
-// post, postv1, postv2, get and login: the helper's catalogue calls, one
+// post, postv1, postv2 and get: the helper's catalogue calls, one
 // request of the general catalogue each.
 
 #include "ArgumentMaps.h"
 #include "CommandContext.h"
 #include "ExitStatus.h"
+#include "FailureCause.h"
 #include "InterfaceNames.h"
 #include "ResultCodes.h"
 
@@ -58,6 +59,21 @@ bool parseFields(Output& out, const std::vector<std::string>& fields, const QStr
     return true;
 }
 
+// Which body keys the catalogue entry needs and the call lacked.
+QString missingFields(NubraCommon::Interface interface, const QVariantMap& fields)
+{
+    const auto catalogue = NubraCommon::createInterfaceMap();
+    const auto found = catalogue.find(interface);
+    QStringList missing;
+    if (found != catalogue.end()) {
+        for (const QString& key : found->second.value(QStringLiteral("body")).toStringList())
+            if (!fields.contains(key))
+                missing << QLatin1Char('"') + key + QLatin1Char('"');
+    }
+    return missing.isEmpty() ? QString()
+                             : QStringLiteral("the request needs %1; nothing was sent").arg(missing.join(QStringLiteral(", ")));
+}
+
 int runCatalogueCall(CommandContext& context, const CatalogueArgs& args)
 {
     Output& out = context.out();
@@ -77,9 +93,7 @@ int runCatalogueCall(CommandContext& context, const CatalogueArgs& args)
     const std::optional<int> value = InterfaceNames::resolve(Catalogue::General, name, true);
     if (!value) {
         return out.fail(NubraCommon::UnknownInterface,
-                        QStringLiteral("unknown interface '%1': the general catalogue has %2 (names, request names "
-                                       "or numbers; see 'vorn interfaces')")
-                            .arg(name, InterfaceNames::knownNames(Catalogue::General)),
+                        InterfaceNames::unknownMessage(Catalogue::General, name),
                         {{QStringLiteral("code"), int(NubraCommon::UnknownInterface)},
                          {QStringLiteral("codeName"), ResultCodes::name(NubraCommon::UnknownInterface)}});
     }
@@ -87,8 +101,9 @@ int runCatalogueCall(CommandContext& context, const CatalogueArgs& args)
     VornNubraHelper* helper = context.helper(&status);
     if (!helper)
         return status;
-    if (!args.token.empty())
-        helper->setUserToken(QString::fromStdString(args.token));
+    const QString token = context.userToken(args.token);
+    if (!token.isEmpty())
+        helper->setUserToken(token);
 
     const auto interface = NubraCommon::Interface(*value);
     QVariantMap result;
@@ -108,11 +123,16 @@ int runCatalogueCall(CommandContext& context, const CatalogueArgs& args)
         code = helper->get(interface, fields, result, args.timeoutMs);
         break;
     }
+    if (code == NubraCommon::MissingField)
+        FailureCause::set(missingFields(interface, fields));
+    if (code == NubraCommon::Timeout)
+        FailureCause::set(QStringLiteral("no answer within %1 s (--timeout %2)").arg(args.timeoutMs / 1000.0).arg(args.timeoutMs));
     const QVariant payload = args.verb == Verb::PostV2 ? resultV2 : QVariant(result);
     out.answer(QStringLiteral("%1 %2").arg(verb, InterfaceNames::requestName(Catalogue::General, *value)), int(code),
                payload, {{QStringLiteral("interface"), InterfaceNames::describe(Catalogue::General, *value)}});
     const bool emptyPayload = args.verb == Verb::PostV2 ? !resultV2.isValid() : result.isEmpty();
-    if (code == NubraCommon::ResponseFailed && emptyPayload && !context.options.verbose)
+    if (code == NubraCommon::ResponseFailed && emptyPayload && !context.options.verbose
+        && !FailureCause::current().known())
         out.note(QStringLiteral("(%1 hands back only the answer's \"result\", which is empty here; run with "
                                 "--verbose to see the cloud's whole answer, or use 'vorn get')")
                      .arg(verb));
@@ -143,7 +163,7 @@ void addCatalogueVerb(CLI::App& app, CommandContext& context, Verb verb, const s
     command->add_option("-t,--timeout", args->timeoutMs, "Time-out in milliseconds")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
-    command->add_option("--token", args->token, "User token sent as X-Auth-Token (default: the helper's placeholder)")
+    command->add_option("--token", args->token, "User token sent as X-Auth-Token (default: the one 'vorn login' stored, else the helper's placeholder)")
         ->envname("VORN_TOKEN");
     static const std::map<Verb, std::string> examples{
         {Verb::Post, "  vorn post UserLogin account=demo@vorn.example password='scan3d!'\n"
@@ -158,31 +178,6 @@ void addCatalogueVerb(CLI::App& app, CommandContext& context, Verb verb, const s
     command->callback([&context, args] { context.action = [&context, args] { return runCatalogueCall(context, *args); }; });
 }
 
-struct LoginArgs {
-    std::string account;
-    std::string password;
-    int timeoutMs = 15000;
-};
-
-int runLogin(CommandContext& context, const LoginArgs& args)
-{
-    int status = ExitStatus::Ok;
-    VornNubraHelper* helper = context.helper(&status);
-    if (!helper)
-        return status;
-    QVariantMap result;
-    const auto code =
-        helper->post(NubraCommon::Interface::UserLogin,
-                     {{QStringLiteral("account"), QString::fromStdString(args.account)},
-                      {QStringLiteral("password"), QString::fromStdString(args.password)}},
-                     result, {}, args.timeoutMs);
-    context.out().answer(QStringLiteral("post userLogin"), int(code), result);
-    if (code == NubraCommon::Success)
-        context.out().note(QStringLiteral("Use the token with --token or: export VORN_TOKEN=%1")
-                               .arg(result.value(QStringLiteral("token")).toString()));
-    return int(code);
-}
-
 } // namespace
 
 void addCatalogueCommands(CLI::App& app, CommandContext& context)
@@ -195,12 +190,4 @@ void addCatalogueCommands(CLI::App& app, CommandContext& context)
                      "Run a general-catalogue request with get(): the fields are checked and sent as the body, "
                      "the whole reply is returned");
 
-    auto args = std::make_shared<LoginArgs>();
-    CLI::App* login = app.add_subcommand("login", "Sign in (post UserLogin) and print the user token");
-    login->add_option("account", args->account, "Account, e.g. demo@vorn.example")->required();
-    login->add_option("password", args->password, "Password")->required()->envname("VORN_PASSWORD");
-    login->add_option("-t,--timeout", args->timeoutMs, "Time-out in milliseconds")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    login->callback([&context, args] { context.action = [&context, args] { return runLogin(context, *args); }; });
 }

@@ -2,6 +2,7 @@
 
 #include "ConfigDiscovery.h"
 #include "ExitStatus.h"
+#include "TokenStore.h"
 
 #include <VornNubraHelper.h>
 
@@ -12,6 +13,13 @@ Output& CommandContext::out()
     if (!m_out)
         m_out = std::make_unique<Output>(options.json ? Output::Format::Json : Output::Format::Human);
     return *m_out;
+}
+
+QString CommandContext::userToken(const std::string& given) const
+{
+    if (!given.empty())
+        return QString::fromStdString(given);
+    return TokenStore::load().token;
 }
 
 VornNubraHelper* CommandContext::helper(int* exitStatus)

@@ -34,6 +34,10 @@ public:
     // why, sets *exitStatus and returns null.
     VornNubraHelper* helper(int* exitStatus);
 
+    // The user token to send: the one given (--token or VORN_TOKEN), else
+    // the one `vorn login` stored, else empty.
+    QString userToken(const std::string& given) const;
+
     // The configuration file in use (after helper()).
     QString configPath() const { return m_configPath; }
     QString configOrigin() const { return m_configOrigin; }
@@ -54,6 +58,9 @@ void addSubscribeCommands(CLI::App& app, CommandContext& context);
 void addUpgradeCommands(CLI::App& app, CommandContext& context);
 void addProtectCommands(CLI::App& app, CommandContext& context);
 void addDemoCommand(CLI::App& app, CommandContext& context);
+void addLoginCommands(CLI::App& app, CommandContext& context);
+// Added last: they read the whole command tree.
+void addHelpCommands(CLI::App& app, CommandContext& context);
 
 // Registers a command whose helper calls are not part of this build: it
 // exists (so --help lists it and the name is not "unexpected"), and says so

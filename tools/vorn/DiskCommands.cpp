@@ -69,15 +69,16 @@ int runUpload(CommandContext& context, const UploadArgs& args)
             return out.fail(ExitStatus::NoInput, QStringLiteral("cannot read %1").arg(info.filePath()));
         files << info.absoluteFilePath();
     }
-    if (args.token.empty())
-        return out.fail(ExitStatus::Usage, QStringLiteral("upload needs the user's token: --token or VORN_TOKEN "
-                                                          "(vorn login prints one)"));
+    const QString token = context.userToken(args.token);
+    if (token.isEmpty())
+        return out.fail(ExitStatus::Usage, QStringLiteral("upload needs the user's token: run 'vorn login' first, "
+                                                          "or give --token or VORN_TOKEN"));
     int status = ExitStatus::Ok;
     VornNubraHelper* helper = context.helper(&status);
     if (!helper)
         return status;
     const QString source = QStringLiteral("vorn");
-    const QVariantMap auth{{QStringLiteral("X-Auth-Token"), QString::fromStdString(args.token)}};
+    const QVariantMap auth{{QStringLiteral("X-Auth-Token"), token}};
 
     QVariantMap tokenBody;
     if (args.spaceId >= 0)

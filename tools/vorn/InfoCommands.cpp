@@ -5,6 +5,7 @@
 #include "ExitStatus.h"
 #include "InterfaceNames.h"
 #include "ResultCodes.h"
+#include "TokenStore.h"
 
 #include <NubraCommon.h>
 #include <VornNubraHelper.h>
@@ -82,20 +83,10 @@ int runCodes(CommandContext& context)
         codes.append(QVariantMap{{QStringLiteral("code"), code},
                                  {QStringLiteral("name"), ResultCodes::name(code)},
                                  {QStringLiteral("meaning"), ResultCodes::meaning(code)}});
-    const auto status = [](int value, const char* meaning) {
-        return QVariant(QVariantMap{{QStringLiteral("status"), value},
-                                    {QStringLiteral("meaning"), QString::fromLatin1(meaning)}});
-    };
-    const QVariantList statuses{
-        status(ExitStatus::Usage, "bad arguments"),
-        status(ExitStatus::DataError, "input that makes no sense"),
-        status(ExitStatus::NoInput, "an input file cannot be read"),
-        status(ExitStatus::NoCloud, "no usable client configuration"),
-        status(ExitStatus::Software, "a demo step failed or the local cloud did not start"),
-        status(ExitStatus::CantCreate, "an output file cannot be written"),
-        status(ExitStatus::NotBuilt, "the command is not available in this build"),
-        status(ExitStatus::Interrupted, "stopped by Ctrl-C"),
-    };
+    QVariantList statuses;
+    for (const ExitStatus::Meaning& meaning : ExitStatus::kMeanings)
+        statuses.append(QVariantMap{{QStringLiteral("status"), meaning.status},
+                                    {QStringLiteral("meaning"), QString::fromLatin1(meaning.text)}});
     if (out.json()) {
         out.answer(QStringLiteral("codes"), 0, QVariantMap{{QStringLiteral("resultCodes"), codes},
                                                           {QStringLiteral("exitStatuses"), statuses}});
@@ -132,8 +123,21 @@ int runConfig(CommandContext& context)
                         {QStringLiteral("requests"), QVariant(data.value(QStringLiteral("requests")).toMap().keys())}};
     for (const QString& section : {QStringLiteral("mqtt"), QStringLiteral("upgrade"), QStringLiteral("disk")}) {
         if (data.contains(section))
-            summary.insert(section, data.value(section));
+            summary.insert(section, TokenStore::maskSecrets(data.value(section)));
     }
+    // Secrets are never printed: the stored token shows only whose it is.
+    QString error;
+    const TokenStore::Stored stored = TokenStore::load(&error);
+    QVariantMap token{{QStringLiteral("file"), TokenStore::path()}};
+    if (stored.ok()) {
+        token.insert(QStringLiteral("token"), TokenStore::masked(stored.token));
+        token.insert(QStringLiteral("account"), stored.account);
+        token.insert(QStringLiteral("cloud"), stored.cloud);
+        token.insert(QStringLiteral("savedAt"), stored.savedAt);
+    } else {
+        token.insert(QStringLiteral("token"), error.isEmpty() ? QStringLiteral("(none: run 'vorn login')") : error);
+    }
+    summary.insert(QStringLiteral("storedToken"), token);
     context.out().answer(QStringLiteral("config"), 0, summary);
     return ExitStatus::Ok;
 }

@@ -1,5 +1,7 @@
 #include "InterfaceNames.h"
 
+#include "Suggestions.h"
+
 #include <NubraCommon.h>
 
 namespace InterfaceNames {
@@ -116,6 +118,25 @@ QString knownNames(Catalogue catalogue)
     return names.join(QStringLiteral(", "));
 }
 
+QStringList allNames(Catalogue catalogue)
+{
+    QStringList names;
+    for (const Entry& entry : entries(catalogue))
+        names << QString::fromLatin1(entry.enumName) << QString::fromLatin1(entry.requestName);
+    return names;
+}
+
 QString catalogueName(Catalogue catalogue) { return QString::fromLatin1(infoOf(catalogue).name); }
+
+QString unknownMessage(Catalogue catalogue, const QString& name)
+{
+    const QString suggestion = Suggestions::didYouMean(name, allNames(catalogue));
+    if (!suggestion.isEmpty())
+        return QStringLiteral("unknown interface '%1'%2; 'vorn interfaces' lists the %3 catalogue")
+            .arg(name, suggestion, catalogueName(catalogue));
+    return QStringLiteral("unknown interface '%1': the %2 catalogue has %3 (names, request names or numbers; see "
+                          "'vorn interfaces')")
+        .arg(name, catalogueName(catalogue), knownNames(catalogue));
+}
 
 } // namespace InterfaceNames

@@ -33,7 +33,14 @@ QString requestName(Catalogue catalogue, int value);
 
 // "FetchCountries, GetUserProfile, ..." for error messages.
 QString knownNames(Catalogue catalogue);
+// Enumerator and request names of the catalogue, for suggestions and
+// completion.
+QStringList allNames(Catalogue catalogue);
 
 QString catalogueName(Catalogue catalogue);
+
+// The message for a name the catalogue does not know: the closest names when
+// some are close ("did you mean"), else every name.
+QString unknownMessage(Catalogue catalogue, const QString& name);
 
 } // namespace InterfaceNames

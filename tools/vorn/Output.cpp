@@ -1,5 +1,6 @@
 #include "Output.h"
 
+#include "FailureCause.h"
 #include "ResultCodes.h"
 
 #include <QJsonArray>
@@ -37,6 +38,7 @@ void Output::writeOut(const QString& text)
 
 void Output::answer(const QString& operation, int code, const QVariant& payload, const QVariantMap& extra)
 {
+    const FailureCause::Cause cause = code != 0 ? FailureCause::current() : FailureCause::Cause();
     if (json()) {
         QVariantMap object{{QStringLiteral("operation"), operation},
                            {QStringLiteral("code"), code},
@@ -44,12 +46,21 @@ void Output::answer(const QString& operation, int code, const QVariant& payload,
                            {QStringLiteral("result"), payload}};
         for (auto it = extra.cbegin(); it != extra.cend(); ++it)
             object.insert(it.key(), it.value());
+        if (code != 0) {
+            object.insert(QStringLiteral("meaning"), ResultCodes::meaning(code));
+            if (cause.known())
+                object.insert(QStringLiteral("cause"), FailureCause::toMap(cause));
+        }
         writeOut(toJsonText(object, false));
         return;
     }
+    // A failure's one line: the code, what it means, and why it happened.
     QString headline = QStringLiteral("%1: %2 (%3)").arg(operation, ResultCodes::name(code)).arg(code);
-    if (code != 0)
+    if (code != 0) {
         headline += QStringLiteral(" - ") + ResultCodes::meaning(code);
+        if (cause.known())
+            headline += QStringLiteral(": ") + FailureCause::describe(cause);
+    }
     writeOut(headline);
     for (auto it = extra.cbegin(); it != extra.cend(); ++it) {
         const QVariant& value = it.value();

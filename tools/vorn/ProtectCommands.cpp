@@ -7,6 +7,7 @@
 #if VORN_CLI_PROTECT
 
 #include "ExitStatus.h"
+#include "StandardInput.h"
 
 #include <VornNubraHelper.h>
 
@@ -31,14 +32,25 @@ struct UnprotectArgs {
     std::string out;
 };
 
+// A file's content, or standard input's for "-".
 bool readWhole(Output& out, const QString& path, QByteArray* content, int* status)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        *status = out.fail(ExitStatus::NoInput, QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+    QString error;
+    if (!StandardInput::readFile(path, content, &error)) {
+        *status = out.fail(ExitStatus::NoInput, error);
         return false;
     }
-    *content = file.readAll();
+    return true;
+}
+
+// A text argument, or standard input for "-".
+bool readText(Output& out, const std::string& argument, QString* text, int* status)
+{
+    QString error;
+    if (!StandardInput::readText(QString::fromStdString(argument), text, &error)) {
+        *status = out.fail(ExitStatus::NoInput, error);
+        return false;
+    }
     return true;
 }
 
@@ -87,12 +99,14 @@ int runProtect(CommandContext& context, const ProtectArgs& args)
         return code;
     }
 
-    QString text = QString::fromStdString(args.text);
+    QString text;
     if (!args.file.empty()) {
         QByteArray content;
         if (!readWhole(out, QString::fromStdString(args.file), &content, &status))
             return status;
         text = QString::fromUtf8(content);
+    } else if (!readText(out, args.text, &text, &status)) {
+        return status;
     }
     VornNubraHelper* helper = localHelper(out, &status);
     if (!helper)
@@ -114,12 +128,14 @@ int runUnprotect(CommandContext& context, const UnprotectArgs& args)
     if (args.text.empty() == args.file.empty())
         return out.fail(ExitStatus::Usage, QStringLiteral("unprotect needs exactly one of TEXT or --file"));
     int status = ExitStatus::Ok;
-    QString text = QString::fromStdString(args.text);
+    QString text;
     if (!args.file.empty()) {
         QByteArray content;
         if (!readWhole(out, QString::fromStdString(args.file), &content, &status))
             return status;
         text = QString::fromUtf8(content).trimmed();
+    } else if (!readText(out, args.text, &text, &status)) {
+        return status;
     }
     VornNubraHelper* helper = localHelper(out, &status);
     if (!helper)
@@ -145,13 +161,16 @@ int runUnprotect(CommandContext& context, const UnprotectArgs& args)
     return code;
 }
 
-int runDebase64(CommandContext& context, const std::string& text)
+int runDebase64(CommandContext& context, const std::string& argument)
 {
     int status = ExitStatus::Ok;
+    QString text;
+    if (!readText(context.out(), argument, &text, &status))
+        return status;
     VornNubraHelper* helper = localHelper(context.out(), &status);
     if (!helper)
         return status;
-    const std::string bytes = helper->deBase64(text);
+    const std::string bytes = helper->deBase64(text.toStdString());
     const QByteArray data = QByteArray::fromStdString(bytes);
     context.out().answer(QStringLiteral("deBase64"), 0,
                          QVariantMap{{QStringLiteral("bytes"), data.size()},
@@ -164,17 +183,20 @@ int runDebase64(CommandContext& context, const std::string& text)
 
 void addProtectCommands(CLI::App& app, CommandContext& context)
 {
+    // An existing file, or "-" for standard input.
+    const CLI::Validator fileOrDash(
+        [](std::string& value) { return value == "-" ? std::string() : CLI::ExistingFile(value); }, "FILE or -");
     auto protect = std::make_shared<ProtectArgs>();
     CLI::App* protectCommand = app.add_subcommand(
         "protect", "Turn a string, a JSON object (file) or a file's text into protected text (AES + base64)");
-    protectCommand->add_option("text", protect->text, "The string to protect");
-    protectCommand->add_option("--json-file", protect->jsonFile, "A file holding one JSON object (serializeObj)")
-        ->check(CLI::ExistingFile);
-    protectCommand->add_option("--file", protect->file, "A file whose text is protected (serializeData)")
-        ->check(CLI::ExistingFile);
+    protectCommand->add_option("text", protect->text, "The string to protect; - reads it from standard input");
+    protectCommand->add_option("--json-file", protect->jsonFile, "A file holding one JSON object (serializeObj); - reads standard input")
+        ->check(fileOrDash);
+    protectCommand->add_option("--file", protect->file, "A file whose text is protected (serializeData); - reads standard input")
+        ->check(fileOrDash);
     protectCommand->add_option("-o,--out", protect->out,
                                "Write the protected text to this file (serializeFile / serializeData(object, file))");
-    protectCommand->footer("Examples:\n  vorn protect 'some text'\n  vorn protect --json-file settings.json -o settings.dat\n"
+    protectCommand->footer("Examples:\n  vorn protect 'some text'\n  echo 'some text' | vorn protect -\n  vorn protect --json-file settings.json -o settings.dat\n"
                            "Exit status: 0, or 8 (SerializeFailed) for empty input or an unwritable --out.");
     protectCommand->callback([&context, protect] {
         context.action = [&context, protect] { return runProtect(context, *protect); };
@@ -183,9 +205,9 @@ void addProtectCommands(CLI::App& app, CommandContext& context)
     auto unprotect = std::make_shared<UnprotectArgs>();
     CLI::App* unprotectCommand =
         app.add_subcommand("unprotect", "Restore protected text (deserializeData), optionally with another key");
-    unprotectCommand->add_option("text", unprotect->text, "The protected text");
-    unprotectCommand->add_option("--file", unprotect->file, "A file holding the protected text")
-        ->check(CLI::ExistingFile);
+    unprotectCommand->add_option("text", unprotect->text, "The protected text; - reads it from standard input");
+    unprotectCommand->add_option("--file", unprotect->file, "A file holding the protected text; - reads standard input")
+        ->check(fileOrDash);
     unprotectCommand->add_option("--key", unprotect->key, "Restore with this key instead of the built-in one");
     unprotectCommand->add_option("-o,--out", unprotect->out, "Also write the restored text to this file");
     unprotectCommand->footer("Examples:\n  vorn unprotect w92I8OxNhmhCmtFSHfVNfw==\n  vorn unprotect --file settings.dat\n"
@@ -197,7 +219,7 @@ void addProtectCommands(CLI::App& app, CommandContext& context)
 
     auto text = std::make_shared<std::string>();
     CLI::App* debase64 = app.add_subcommand("debase64", "Decode base64 text with the helper's decoder (deBase64)");
-    debase64->add_option("text", *text, "base64 text")->required();
+    debase64->add_option("text", *text, "base64 text; - reads it from standard input")->required();
     debase64->callback([&context, text] { context.action = [&context, text] { return runDebase64(context, *text); }; });
 }
 

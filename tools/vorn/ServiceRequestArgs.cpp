@@ -4,6 +4,7 @@
 #include "ExitStatus.h"
 #include "Output.h"
 #include "ResultCodes.h"
+#include "TokenStore.h"
 
 #include <NubraCommon.h>
 
@@ -17,7 +18,7 @@ void ServiceRequestArgs::addTo(CLI::App& command, const std::string& catalogueHe
     command.add_option("-p,--param", params, "A parameter (same forms); repeatable")->allow_extra_args(false);
     command.add_option("-H,--header", headers, "A header (same forms); repeatable")->allow_extra_args(false);
     command.add_option("--source", source, "The request's source string")->capture_default_str();
-    command.add_option("--token", token, "User token, sent as the X-Auth-Token header")->envname("VORN_TOKEN");
+    command.add_option("--token", token, "User token, sent as the X-Auth-Token header (default: the one 'vorn login' stored)")->envname("VORN_TOKEN");
 }
 
 bool ServiceRequestArgs::parse(Output& out, Maps* maps, int* exitStatus) const
@@ -34,8 +35,10 @@ bool ServiceRequestArgs::parse(Output& out, Maps* maps, int* exitStatus) const
         }
         *groups[i].second = parsed.map;
     }
-    if (!token.empty() && !maps->headers.contains(QStringLiteral("X-Auth-Token")))
-        maps->headers.insert(QStringLiteral("X-Auth-Token"), QString::fromStdString(token));
+    // The given token, else the one `vorn login` stored.
+    const QString userToken = token.empty() ? TokenStore::load().token : QString::fromStdString(token);
+    if (!userToken.isEmpty() && !maps->headers.contains(QStringLiteral("X-Auth-Token")))
+        maps->headers.insert(QStringLiteral("X-Auth-Token"), userToken);
     return true;
 }
 
@@ -48,9 +51,7 @@ std::optional<int> ServiceRequestArgs::prepare(Output& out, InterfaceNames::Cata
     const std::optional<int> value = InterfaceNames::resolve(catalogue, name, false);
     if (!value)
         *exitStatus = out.fail(NubraCommon::UnknownInterface,
-                               QStringLiteral("unknown interface '%1': the %2 catalogue has %3")
-                                   .arg(name, InterfaceNames::catalogueName(catalogue),
-                                        InterfaceNames::knownNames(catalogue)),
+                               InterfaceNames::unknownMessage(catalogue, name),
                                {{QStringLiteral("code"), int(NubraCommon::UnknownInterface)},
                                 {QStringLiteral("codeName"), ResultCodes::name(NubraCommon::UnknownInterface)}});
     return value;

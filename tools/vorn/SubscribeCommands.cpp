@@ -37,8 +37,9 @@ int runSubscribe(CommandContext& context, const SubscribeArgs& args)
     // The helper sends its user token as the broker user name when the user
     // name argument is not empty.
     QString userName;
-    if (!args.token.empty()) {
-        helper->setUserToken(QString::fromStdString(args.token));
+    const QString token = context.userToken(args.token);
+    if (!token.isEmpty()) {
+        helper->setUserToken(token);
         userName = QStringLiteral("vorn");
     }
 
@@ -102,21 +103,29 @@ int runSubscribe(CommandContext& context, const SubscribeArgs& args)
 
     // Ending by the wait's time-out is subscribe()'s success; a count not
     // reached is a time-out of vorn's own.
-    int code = subscribed ? int(NubraCommon::Success)
+    // A working subscription is a success, whatever the number of messages;
+    // whether --count messages came is the exit status's question.
+    const int code = subscribed ? int(NubraCommon::Success)
         : subscribeCode == NubraCommon::Success ? int(NubraCommon::SubscribeFailed)
                                                 : subscribeCode;
-    if (subscribed && wanted > 0 && messages.size() < wanted)
-        code = NubraCommon::Timeout;
+    const bool countMissed = subscribed && wanted > 0 && messages.size() < wanted;
     out.answer(QStringLiteral("subscribe"), code, QVariantMap{{QStringLiteral("messages"), messages}},
                {{QStringLiteral("subscribeResult"),
-                 QStringLiteral("%1 (%2)").arg(ResultCodes::name(subscribeCode)).arg(subscribeCode)},
+                 QStringLiteral("%1 (%2)%3")
+                     .arg(ResultCodes::name(subscribeCode))
+                     .arg(subscribeCode)
+                     .arg(subscribed ? QStringLiteral(", the helper's normal end of its wait") : QString())},
                 {QStringLiteral("received"), messages.size()},
                 {QStringLiteral("disconnectResult"),
                  QStringLiteral("%1 (%2)").arg(ResultCodes::name(disconnectCode)).arg(disconnectCode)}});
-    if (!subscribed && subscribeCode == NubraCommon::Success)
-        out.note(QStringLiteral("(subscribe() ended its wait early: the broker refused the connection or the "
-                                "subscription; is the user token valid? --verbose shows the client's reason)"));
-    return interrupted ? ExitStatus::Interrupted : code;
+    if (countMissed)
+        out.note(QStringLiteral("%1 of %2 message(s) arrived within %3 s (exit status 1)")
+                     .arg(messages.size())
+                     .arg(wanted)
+                     .arg(args.seconds));
+    if (interrupted)
+        return ExitStatus::Interrupted;
+    return countMissed ? 1 : code;
 }
 
 } // namespace
@@ -139,7 +148,8 @@ void addSubscribeCommands(CLI::App& app, CommandContext& context)
     command->add_option("--token", args->token, "User token: the broker user name and credential")
         ->envname("VORN_TOKEN");
     command->footer("Example:\n  vorn subscribe 'devices/+/status' --count 1 --seconds 30 --token \"$VORN_TOKEN\"\n"
-                    "Exit status: 0 done, 1 fewer than --count messages, 9 the broker refused, 130 Ctrl-C.");
+                    "Exit status: 0 subscribed (and --count messages came), 1 fewer than --count messages came, 9 "
+                    "(SubscribeFailed) the broker refused the connection or the subscription, 130 Ctrl-C.");
     command->callback([&context, args] { context.action = [&context, args] { return runSubscribe(context, *args); }; });
 }
 

@@ -7,6 +7,7 @@
 #if VORN_CLI_UPGRADE
 
 #include "ExitStatus.h"
+#include "FailureCause.h"
 #include "HelperLog.h"
 #include "InterruptWatcher.h"
 #include "ProgressBar.h"
@@ -194,13 +195,25 @@ int runDownload(CommandContext& context, const UpgradeArgs& args)
     return NubraCommon::Success;
 }
 
+// `upgrade exists` answers a question: 0 the package is (at least partly) on
+// disk (PackageExists), 1 it is not (the helper's Success); a failure keeps
+// its result code, except Timeout, whose 1 would read as "no".
+int existsStatus(int code)
+{
+    if (code == NubraCommon::PackageExists)
+        return ExitStatus::Ok;
+    if (code == NubraCommon::Success)
+        return 1;
+    return code == NubraCommon::Timeout ? ExitStatus::TempFail : code;
+}
+
 int runExists(CommandContext& context, const UpgradeArgs& args)
 {
     int code = 0;
     VornNubraHelper* helper = registeredHelper(context, args.registration, &code);
     QString target;
     if (!helper || !targetVersion(context, helper, args, &target, &code))
-        return code;
+        return existsStatus(code); // no newer version: no package to find either
     qint64 received = -1;
     qint64 total = -1;
     QObject guard;
@@ -214,9 +227,11 @@ int runExists(CommandContext& context, const UpgradeArgs& args)
         payload.insert(QStringLiteral("bytesReceived"), received);
         payload.insert(QStringLiteral("bytesTotal"), total);
     }
+    payload.insert(QStringLiteral("present"), code == NubraCommon::PackageExists);
     context.out().answer(QStringLiteral("checkDownloadSoftwareExist"), code, payload);
-    // PackageExists is the answer asked for, not a failure.
-    return code == NubraCommon::PackageExists ? ExitStatus::Ok : code;
+    if (code == NubraCommon::Success)
+        context.out().note(QStringLiteral("not on disk (exit status 1)"));
+    return existsStatus(code);
 }
 
 struct DownloadArgs {
@@ -295,15 +310,16 @@ int runFileDownload(CommandContext& context, const DownloadArgs& args)
         payload.insert(QStringLiteral("bytes"), QFileInfo(destination).size());
     } else if (errorCode >= 0) {
         bar.finish(QStringLiteral("failed"));
-        payload.insert(QStringLiteral("clientError"), errorCode);
         result = NubraCommon::TransportError;
     } else {
         bar.finish(interrupted ? QStringLiteral("interrupted") : QStringLiteral("still running"));
         result = NubraCommon::Timeout;
+        if (!interrupted)
+            FailureCause::set(QStringLiteral("the file was not complete after %1 s (--seconds)").arg(args.seconds));
     }
     payload.insert(QStringLiteral("outcome"), result == NubraCommon::Success ? QStringLiteral("complete")
                                               : result == NubraCommon::TransportError
-                                                  ? QStringLiteral("failed (reported in the helper's log)")
+                                                  ? QStringLiteral("failed")
                                                   : QStringLiteral("not complete"));
     out.answer(QStringLiteral("downloadFile"), result, payload,
                {{QStringLiteral("accepted"), codeText(code)}});
@@ -343,6 +359,10 @@ void addUpgradeCommands(CLI::App& app, CommandContext& context)
         add("exists", "Register, then tell how much of a package is on disk (checkDownloadSoftwareExist)", runExists);
     exists.first->add_option("--to", exists.second->target,
                              "Version of the package (default: the newest the check finds)");
+    exists.first->footer("Example:\n  vorn upgrade exists --model VS-200 --version 1.1.0 --to 1.2.0 && echo present\n"
+                         "Exit status: 0 the package is on disk (whole or partly: see bytesReceived), 1 it is not, "
+                         "75 no answer in time, else the result code (the output names the helper's code: "
+                         "PackageExists (12) or Success (0)).");
 
     auto fileArgs = std::make_shared<DownloadArgs>();
     CLI::App* file = app.add_subcommand(

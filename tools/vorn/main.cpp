@@ -3,7 +3,9 @@
 // against a local cloud.
 
 #include "CommandContext.h"
+#include "CommandTree.h"
 #include "ExitStatus.h"
+#include "FailureCause.h"
 #include "HelperLog.h"
 
 #include <CLI/CLI.hpp>
@@ -22,6 +24,10 @@ bool g_verbose = false;
 // stream; vorn speaks for itself, so those lines appear only with --verbose.
 void filterMessages(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
+    // The client's failure records feed the one-line causes; --verbose
+    // shows them too.
+    if (FailureCause::take(context.category, message) && !g_verbose)
+        return;
     if (!g_verbose && type != QtCriticalMsg && type != QtFatalMsg)
         return;
     const char* level = type == QtDebugMsg ? "debug" : type == QtInfoMsg ? "info" : type == QtWarningMsg ? "warning" : "error";
@@ -33,6 +39,7 @@ void configureLogging(bool verbose)
 {
     g_verbose = verbose;
     qInstallMessageHandler(filterMessages);
+    FailureCause::enable();
     HelperLog::install(verbose);
 }
 
@@ -57,10 +64,12 @@ int main(int argc, char** argv)
     cli.add_flag("-v,--verbose", context.options.verbose, "Show the helper's and the cloud client's own log lines");
     cli.require_subcommand(1);
     cli.fallthrough(); // global options may also follow the subcommand
-    cli.footer("Exit status: the helper's result code (0 = Success, 1..12, see 'vorn codes'); 64 bad arguments, "
-               "69 no cloud configured, 78 not in this build, 130 interrupted.");
+    cli.footer("Exit status: the helper's result code (0 = Success, 1..12, see 'vorn codes'); commands that answer "
+               "a question (upgrade exists) exit 1 for no; 64 bad arguments, 69 no cloud configured, 78 not in this "
+               "build, 130 interrupted.\nShell completion: source <(vorn completion bash). Manual: man vorn.");
 
     addCatalogueCommands(cli, context);
+    addLoginCommands(cli, context);
     addAccountCommands(cli, context);
     addDiskCommands(cli, context);
     addSubscribeCommands(cli, context);
@@ -68,11 +77,19 @@ int main(int argc, char** argv)
     addProtectCommands(cli, context);
     addInfoCommands(cli, context);
     addDemoCommand(cli, context);
+    addHelpCommands(cli, context);
 
     try {
         cli.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        const int printed = cli.exit(error); // prints help, version or the error
+        // A mistyped command gets a suggestion instead of CLI11's "A
+        // subcommand is required" or "arguments were not expected".
+        const QString unknown = error.get_exit_code() == 0
+            ? QString()
+            : CommandTree::unknownCommand(cli, std::vector<std::string>(argv + 1, argv + argc));
+        if (!unknown.isEmpty())
+            std::fprintf(stderr, "vorn: %s\n", unknown.toUtf8().constData());
+        const int printed = unknown.isEmpty() ? cli.exit(error) : error.get_exit_code(); // help, version or the error
         if (error.get_exit_code() == 0)
             return printed;
         // A script that asked for JSON gets its one document even now. The
@@ -81,7 +98,7 @@ int main(int argc, char** argv)
             || std::any_of(argv + 1, argv + argc, [](const char* arg) { return std::strcmp(arg, "--json") == 0; });
         if (json)
             Output(Output::Format::Json, stdout, nullptr).document(
-                {{QStringLiteral("error"), QString::fromUtf8(error.what())},
+                {{QStringLiteral("error"), unknown.isEmpty() ? QString::fromUtf8(error.what()) : unknown},
                  {QStringLiteral("exitStatus"), ExitStatus::Usage}});
         return ExitStatus::Usage;
     }

@@ -54,6 +54,20 @@ public:
     Error::ErrorCode error() const;
     /// The message of the first error reported, or an empty string.
     QString errorString() const;
+    // The HTTP status of the answer that ended the request; 0 when there was
+    // none (not an HTTP request, or no answer arrived).
+    int httpStatus() const;
+
+    // Every reply that ends in a failure (an error, or a cloud answer whose
+    // "status" is "failure") writes one record to the logging category
+    // "nubra.outcome" at info level (off unless enabled, for example with
+    // QLoggingCategory::setFilterRules("nubra.outcome.info=true")). The
+    // record is a compact JSON object, so that a tool can show the cause of
+    // a failure without reaching the reply: "request", "error" (the
+    // Error::ErrorCode, 0 for a cloud failure answer), "errorName",
+    // "message" (the client's reason or the cloud's own message) and, when
+    // an answer arrived, "httpStatus". See docs/errors.md.
+    static const char* const outcomeCategory;
 
 signals:
     /// The request ended, exactly once: with the answer (for API requests
@@ -111,6 +125,8 @@ protected:
 
     /// Sets status().
     void setStatus(int status);
+    // Records the HTTP status of the answer (see httpStatus()).
+    void setHttpStatus(int status);
 
     /// Emits finished(result) unless the reply already finished.
     void finishWith(const QVariantMap& result);
@@ -144,8 +160,11 @@ private Q_SLOTS:
     void abortItemEmitted(const QString& item);
 
 private:
+    void logOutcome(Error::ErrorCode code, const QString& message, int httpStatus) const;
+
     QString m_requestName;
     int m_status = 0;
+    int m_httpStatus = 0;
     bool m_finished = false;
     bool m_notifyingAbort = false;
     Error::ErrorCode m_error = Error::NoError;

@@ -1,9 +1,19 @@
 #include <Nubra/Reply.h>
 
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLoggingCategory>
+#include <QMetaEnum>
 #include <QPointer>
 #include <QTimer>
 
 namespace Nubra {
+
+const char* const Reply::outcomeCategory = "nubra.outcome";
+
+namespace {
+Q_LOGGING_CATEGORY(lcNubraOutcome, Reply::outcomeCategory, QtWarningMsg)
+} // namespace
 
 namespace {
 
@@ -56,14 +66,33 @@ QString Reply::requestName() const { return m_requestName; }
 bool Reply::isFinished() const { return m_finished; }
 Error::ErrorCode Reply::error() const { return m_error; }
 QString Reply::errorString() const { return m_errorString; }
+int Reply::httpStatus() const { return m_httpStatus; }
 
 void Reply::setStatus(int status) { m_status = status; }
+void Reply::setHttpStatus(int status) { m_httpStatus = status; }
+
+void Reply::logOutcome(Error::ErrorCode code, const QString& message, int httpStatus) const
+{
+    QJsonObject record{{QStringLiteral("request"), m_requestName},
+                       {QStringLiteral("error"), int(code)},
+                       {QStringLiteral("errorName"),
+                        QString::fromLatin1(QMetaEnum::fromType<Error::ErrorCode>().valueToKey(code))},
+                       {QStringLiteral("message"), message}};
+    if (httpStatus > 0)
+        record.insert(QStringLiteral("httpStatus"), httpStatus);
+    qCInfo(lcNubraOutcome).noquote() << QString::fromUtf8(QJsonDocument(record).toJson(QJsonDocument::Compact));
+}
 
 void Reply::finishWith(const QVariantMap& result)
 {
     if (m_finished)
         return;
     m_finished = true;
+    // A cloud answer that reports a failure is a failure to whoever waits
+    // for it, though not an error of the client.
+    if (lcNubraOutcome().isInfoEnabled()
+        && result.value(QStringLiteral("status")).toString() == QLatin1String("failure"))
+        logOutcome(Error::NoError, result.value(QStringLiteral("message")).toString(), m_httpStatus);
     emit finished(result);
 }
 
@@ -75,6 +104,9 @@ void Reply::failWith(Error::ErrorCode code, const QString& message, const QVaria
         m_error = code;
         m_errorString = message;
     }
+    if (lcNubraOutcome().isInfoEnabled())
+        logOutcome(code, message, extra.contains(QStringLiteral("httpStatus")) ? extra.value(QStringLiteral("httpStatus")).toInt()
+                                                                               : m_httpStatus);
     QVariantMap map = extra;
     map.insert(QStringLiteral("status"), QStringLiteral("failure"));
     map.insert(QStringLiteral("errorCode"), int(code));

@@ -48,6 +48,7 @@ void ApiReply::onAbort(const QString& item)
 void ApiReply::transferCompleted(int curlCode)
 {
     const long http = m_transfer.httpStatus();
+    setHttpStatus(int(http));
     qCDebug(lcNubraHttp).noquote() << requestName() << redactedUrl(m_url) << "->" << http << "curl" << curlCode
                                    << m_transfer.elapsedMs() << "ms";
     if (curlCode != CURLE_OK) {

@@ -81,6 +81,7 @@ void CloudJsonCall::cancel()
 void CloudJsonCall::completed(int curlCode)
 {
     const long http = m_transfer->httpStatus();
+    m_httpStatus = int(http);
     if (curlCode != CURLE_OK) {
         if (m_answer.size() >= kMaxAnswerBytes) {
             report(Error::InvalidResponse, QStringLiteral("answer larger than %1 bytes").arg(kMaxAnswerBytes), {});

@@ -30,6 +30,9 @@ public:
     void start();
     void cancel();
 
+    // The HTTP status of the answer (0 before it, or when none came).
+    int httpStatus() const { return m_httpStatus; }
+
     // Absolute URL for a path or URL the cloud handed out.
     static QUrl resolve(const ClientContext& context, const QString& pathOrUrl);
 
@@ -48,6 +51,7 @@ private:
     QVariantMap m_body;
     QPointer<CurlTransfer> m_transfer;
     QByteArray m_answer;
+    int m_httpStatus = 0;
     bool m_done = false;
 };
 

@@ -11,7 +11,8 @@ UpgradeCallReply::UpgradeCallReply(const QString& name, CloudJsonCall* call, Sha
 {
     call->setParent(this);
     connect(call, &CloudJsonCall::done, this,
-            [this, shape, fallback](Error::ErrorCode code, const QString& message, const QVariantMap& result) {
+            [this, call, shape, fallback](Error::ErrorCode code, const QString& message, const QVariantMap& result) {
+                setHttpStatus(call->httpStatus());
                 if (code == Error::NoError || fallback) {
                     finishWith({{QStringLiteral("status"), QStringLiteral("success")},
                                 {QStringLiteral("errorCode"), 0},

@@ -60,6 +60,8 @@ void UpgradeDownloadReply::packageKnown(Error::ErrorCode code, const QString& me
     if (isFinished())
         return;
     if (code != Error::NoError) {
+        if (m_call)
+            setHttpStatus(m_call->httpStatus());
         itemFinished(code, message);
         return;
     }
