@@ -5,6 +5,8 @@
 
 #include <httplib.h>
 
+#include <QString>
+
 #include <memory>
 #include <thread>
 

@@ -23,7 +23,7 @@ TEST(FailureCause, recordsReadAsOneLine)
          "ConnectionRefused (200): Failed to connect"},
         {R"({"request":"x","error":401,"errorName":"HttpError","message":"no software for model VS-9","httpStatus":404})",
          true, "HttpError (401), HTTP 404: no software for model VS-9"},
-        {R"({"request":"x","error":0,"errorName":"NoError","message":""})", true, R"("(no message)")"},
+        {R"({"request":"x","error":0,"errorName":"NoError","message":""})", true, "\"(no message)\""},
         {"not json", false, ""},
         {R"({"error":200})", false, ""}, // no request name
         {R"(["request"])", false, ""},

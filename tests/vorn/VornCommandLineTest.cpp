@@ -7,6 +7,11 @@
 
 #include <QProcess>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -162,10 +167,15 @@ TEST(VornCommandLine, failuresNameTheirCause)
     VornTest::LocalServer<httplib::SSLServer> tls(cert.toLocal8Bit().constData(), key.toLocal8Bit().constData());
     ASSERT_TRUE(tls.server.is_valid());
     ASSERT_GT(tls.start(), 0);
-    // A port nobody listens on: bind one, note it, close it.
-    VornTest::LocalServer<httplib::Server> closed;
-    const int closedPort = closed.start();
-    closed.stop();
+    // A port bound but not listening refuses connections, and stays ours.
+    const int closedSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(::bind(closedSocket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::getsockname(closedSocket, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    const int closedPort = ntohs(address.sin_port);
 
     struct Case {
         const char* name;
@@ -205,4 +215,5 @@ TEST(VornCommandLine, failuresNameTheirCause)
     // The certificate problem is spelt out, as curl reports it.
     const VornRun certificate = runVorn({"--config", untrusted, "get", "FetchCountries"});
     EXPECT_TRUE(certificate.out.contains("certificate", Qt::CaseInsensitive)) << describe(certificate);
+    ::close(closedSocket);
 }

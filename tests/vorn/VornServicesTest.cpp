@@ -253,7 +253,7 @@ TEST(VornDownload, fileArrivesOrTheFailureIsReported)
 
     const VornRun missing = runVorn({"download", base + "/files/no-such-file.bin", dir.filePath("x.bin"), "--seconds", "20"});
     EXPECT_EQ(missing.exitStatus, 7) << describe(missing);
-    EXPECT_TRUE(missing.out.contains("HTTP 404")) << describe(missing);
+    EXPECT_TRUE(missing.out.contains("HttpError (401): HTTP status 404")) << describe(missing);
     EXPECT_TRUE(QDir(dir.path()).entryList({"x.bin*"}).isEmpty()) << "nothing of the failed file is left";
 }
 
