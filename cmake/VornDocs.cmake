@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The API reference: Doxygen over the public headers of the helper and the
 # client. `cmake --build build --target docs` writes build/docs/api/html;
 # every warning (an undocumented class, function, signal or enumerator, a

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Debian packages built by CPack from the install components:
 #
 #   component       package                   contents

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Qt 5.15 (the default) or Qt 6 from the same source: -DQT_MAJOR_VERSION=6.
 # Every target links Qt${QT_MAJOR_VERSION}::<Module>, also in the installed
 # CMake package, so that an application's own Qt choice is never mixed up.

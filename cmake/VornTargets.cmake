@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Per-target build settings: warnings and sanitizers are applied to our own
 # targets only, never forced on consumers through global flags.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a fuzz target over saved inputs without libFuzzer: every file named
 // on the command line (directories: every file inside), or the committed
 // corpus of the target when none is named. A failing input aborts.

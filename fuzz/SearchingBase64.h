@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The plain base64 decoder that the table-based EDData::base64_decode must

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // EDData::base64_decode on any text: never crashes, and gives the bytes of
 // the plain character-by-character decoder (search in the alphabet, stop at
 // the first "=" or other character outside it).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // EDData::global_deserialize on any text, with the codec key or a caller's
 // key: never crashes, gives exactly Decrypt over base64_decode, and throws
 // nothing but the cipher's std::out_of_range for a key shorter than 16 bytes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AESEncryption::RemovePadding on any text under any padding value: never
 // crashes; the only exception is std::out_of_range, and a result is always a
 // prefix of the text.

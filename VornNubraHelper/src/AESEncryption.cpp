@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AESEncryption.h"
 
 #include "aes/AesImplementation.h"

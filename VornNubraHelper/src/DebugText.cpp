@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DebugText.h"
 
 #include <QDebug>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The text Qt 5's QDebug writes for a variant map, whichever Qt the helper

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LocalWait.h"
 
 #include "VornLog.h"

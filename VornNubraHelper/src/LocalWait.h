@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The local wait every blocking call of the helper runs: a QEventLoop on the

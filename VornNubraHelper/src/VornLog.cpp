@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "VornLog.h"
 
 #if !VORN_GLOG_HAS_EQUAL_LEVEL

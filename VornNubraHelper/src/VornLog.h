@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The helper's leveled log. Every record is an INFO record attributed to

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper object: singleton access, construction and the plain getters
 // and setters. The operations live in one file per service beside this one.
 

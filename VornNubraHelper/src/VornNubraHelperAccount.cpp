@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // User-account and cloud-disk requests: one request of the user-account or
 // cloud-disk catalogue, run blocking or handed back as a response watcher.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // post, postv1, postv2 and get: one catalogue request, waited for in a local
 // event loop that a single-shot timer can end.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "VornNubraHelperRespWatcher.h"
 
 #include "LocalWait.h"

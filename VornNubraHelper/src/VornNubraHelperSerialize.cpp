@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper's protected-data calls: the codec (eddata) in Qt terms. They
 // touch neither the cloud client nor the helper's members, so any thread
 // may call them.

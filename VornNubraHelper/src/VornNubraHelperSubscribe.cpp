@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // subscribe and disconnectFromServer: one message-server connection and one
 // topic subscription, relayed to the application as subscribeData.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Automatic upgrade (configure, check), software package download (start,
 // pause, existence test) and fire-and-forget file download.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "eddata.h"
 
 #include "AESEncryption.h"

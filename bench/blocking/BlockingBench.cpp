@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sequential blocking POST calls per second and their latency, against a
 // local nubra-devcloud, for three clients side by side in one run:
 //   helper  VornNubraHelper::post (helper + nubra client + libcurl multi on the Qt loop)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Throughput of AESEncryption::Crypt/Decrypt (AES-128-ECB) and of the
 // protected-data codec against OpenSSL doing the same work on the same 1 MiB
 // buffers, in one run. Prints the median of several runs and the ratio

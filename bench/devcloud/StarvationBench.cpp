@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long a new connection waits for its first answer from nubra-devcloud
 // while BUSY kept-alive connections send requests back to back (one client
 // thread drives them all with poll) and SILENT connections sit open without

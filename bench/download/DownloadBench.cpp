@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Download throughput and peak memory of the cloud client against curl,
 // both fetching the same package from the same nubra-devcloud on loopback
 // in the same run; the package download with its signature checked (the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages per second and delivery latency from the broker to the helper's
 // subscribeData, against mosquitto_sub receiving the same stream from the
 // same broker in the same run.

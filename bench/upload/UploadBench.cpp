@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Upload throughput over loopback: nubra's upload queue ("UploadCloudSpaceFile"
 // + "startUpload:start") against `curl -T` sending the same file to the same
 // endpoint of a private nubra-devcloud. Ours includes everything the queue

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Broker.h"
 
 #include "ChildProcess.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BrokerPublisher.h"
 
 #include <mosquitto.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CleanupWatcher.h"
 
 #include <QByteArray>

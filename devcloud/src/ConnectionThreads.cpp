@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ConnectionThreads.h"
 
 namespace devcloud {

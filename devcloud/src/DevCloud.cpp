@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DevCloud.h"
 
 #include "CleanupWatcher.h"

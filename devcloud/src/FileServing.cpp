@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FileServing.h"
 
 #include "Router.h"

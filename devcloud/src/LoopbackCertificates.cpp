@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LoopbackCertificates.h"
 
 #include "ChildProcess.h"

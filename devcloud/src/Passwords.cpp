@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Passwords.h"
 
 #include <openssl/crypto.h>

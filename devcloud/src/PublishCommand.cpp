@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PublishCommand.h"
 
 #include "BrokerPublisher.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Seed.h"
 
 #include "Passwords.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SessionTokens.h"
 
 #include "Passwords.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // nubra-devcloud: a real cloud on loopback for development, demos and tests.
 
 #include "CleanupWatcher.h"

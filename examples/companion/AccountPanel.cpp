@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AccountPanel.h"
 
 #include "BusyState.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CompanionWindow.h"
 
 #include "AccountPanel.h"

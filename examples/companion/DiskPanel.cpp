@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DiskPanel.h"
 
 #include "BusyState.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LiveStatusPanel.h"
 
 #include "BusyState.h"

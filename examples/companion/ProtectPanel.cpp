@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ProtectPanel.h"
 
 #include "ResultText.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ResultText.h"
 
 #include <NubraCommon.h>

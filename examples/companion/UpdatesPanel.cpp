@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "UpdatesPanel.h"
 
 #include "BusyState.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Vorn Companion: the VornNubraHelper library in the desktop window it was
 // made for. Against the local dev cloud: scripts/demo --gui; against any
 // cloud: NUBRA_CONFIG=/path/to/config.json vorn-companion.

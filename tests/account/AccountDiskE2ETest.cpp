@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // User-account and cloud-disk requests end to end: helper -> nubra client ->
 // nubra-devcloud on loopback.
 

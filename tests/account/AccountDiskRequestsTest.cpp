@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // VornUserAccountRequest and VornCloudDiskRequest against a scripted cloud
 // client: what each overload sends, how it waits and what reaches the
 // caller, including the asymmetries applications depend on.

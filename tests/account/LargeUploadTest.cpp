@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A 200 MiB upload through the helper: progress reaches the total, the
 // cloud stores exactly the bytes sent, the client streams the file instead
 // of holding it, and a second upload of the same file is skipped. Runs

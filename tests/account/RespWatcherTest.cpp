@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The response watcher's life cycle against a scripted cloud client: one
 // request per watcher, the CallBack outliving its caller, and nothing left
 // behind afterwards.

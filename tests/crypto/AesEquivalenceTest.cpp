@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every fast implementation gives the same bytes, and fails the same way, as
 // the table-based reference (the object interface) on random inputs of every
 // length from 0 to 100 and some long ones, every mode, key size and padding.

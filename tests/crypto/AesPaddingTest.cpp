@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Paddings added by Crypt and removed by RemovePadding, with their
 // deliberate asymmetries and the failures that must reach the caller.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The published example vectors over every implementation: the table-based
 // reference (the object interface) and each fast one. An implementation this
 // machine cannot run is reported as unavailable, never passed silently.

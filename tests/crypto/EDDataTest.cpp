@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The protected-data codec: base64 against RFC 4648 and a plain
 // character-search decoder, protected text against OpenSSL's libcrypto, and
 // the file helpers on real files.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper's protected-data calls: result codes, the text conversions,
 // the log lines, and real files (written, unwritable).
 

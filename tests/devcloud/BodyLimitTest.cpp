@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bodies the dev cloud holds in memory are bounded however they are sent:
 // a chunked body (no length announced) is cut off once past the limit,
 // without reading the rest.

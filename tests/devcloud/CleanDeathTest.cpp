@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Killed with SIGKILL, the dev cloud cannot clean up after itself: its
 // watcher stops the broker and removes the temporary folders.
 

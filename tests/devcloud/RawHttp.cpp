@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RawHttp.h"
 
 #include <QDeadlineTimer>

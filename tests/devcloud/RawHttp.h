@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // HTTP over a plain loopback socket, byte by byte, for what a well-behaved

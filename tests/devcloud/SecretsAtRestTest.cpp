@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the dev cloud keeps is its owner's only, and holds no token in clear.
 
 #include <CloudAdmin.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Connections that hold on to the server without finishing a request, or
 // stay open and idle after one, must not keep a new client waiting: each
 // has a thread of its own. (The figures under load are in docs/BENCHMARKS.md,

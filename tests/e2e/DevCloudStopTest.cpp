@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stopping the dev cloud: SIGTERM ends it at once and cleanly, also while
 // clients keep connections open or wait for answers the cloud was told to
 // hold back. (A kept-alive connection used to hold the shutdown for the

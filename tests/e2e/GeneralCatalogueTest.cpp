@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The general catalogue end to end: helper -> nubra client -> devcloud,
 // every entry, every fault the dev cloud can inject, and the token check.
 

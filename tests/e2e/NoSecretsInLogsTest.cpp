@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every log channel on, every kind of secret used, and none of them in any
 // log: glog files at the most verbose level, every Qt debug category, and
 // vorn --verbose (which copies both to standard error). The secrets are a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Drives the real Vorn Companion window (under Xvfb) against a private dev
 // cloud: typing, clicks and the file dialog, as a user would. Every
 // blocking call the window runs is timed for the longest gap between its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RepaintGapRecorder.h"
 
 #include <BusyState.h>

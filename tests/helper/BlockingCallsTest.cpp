@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The four blocking catalogue calls: result codes, the records they send,
 // what they write into the caller's result, and their waits (time-out, late
 // answers, a call started from inside another call's wait).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three request catalogues as the helper holds them.
 
 #include "HelperTestSupport.h"

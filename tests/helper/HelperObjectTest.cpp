@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper object: singleton, construction (configuration handlers,
 // download folder, placeholder token), the pass-through getters and the
 // gate of the leveled log.

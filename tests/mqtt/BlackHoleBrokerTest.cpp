@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A broker address that never completes the TCP handshake (a listener whose
 // backlog is kept full): the connect runs off the application's thread, so
 // the helper's subscribe returns at its own time-out, the client's connect

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The broker's permissions: a user's token may subscribe and publish only on
 // the topics of that user ("users/ID/#") and of the user's devices
 // ("devices/SN/#"); the dev cloud's publisher may use every topic. Each

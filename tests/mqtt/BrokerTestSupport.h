@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The private dev cloud (with its mosquitto broker) shared by the tests of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The message service over TLS against a dev cloud whose broker listens with
 // TLS only (--broker-tls): the written configuration connects and delivers
 // messages unchanged; a client that cannot verify the broker's certificate

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Payload decoding, reconnect delays and error mapping of the message service.
 
 #include "mqtt/MessagePayload.h"

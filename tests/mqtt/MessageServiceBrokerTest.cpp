@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client's message service on its own (Nubra::Manager) against the
 // private dev cloud's broker: credentials, refusals and the give-up policy
 // (restored subscriptions and the explicit end are in SubscribeBrokerTest,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper's subscription against a real mosquitto broker run by a
 // private dev cloud: helper -> nubra message service -> broker.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // subscribe / disconnectFromServer with the cloud client scripted, for the
 // outcomes that depend on the exact order of the client's signals.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Runs requests on a Nubra::Manager and records every signal of the reply,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client's configuration: the time-out rule, file validation,
 // NUBRA_CONFIG, replies of the configuration calls, refused request names.
 

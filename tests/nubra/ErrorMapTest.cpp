@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Foreign error codes mapped onto the client's: libcurl results and
 // OpenSSL verification results.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The HTTP API service over real sockets on loopback: a private dev cloud
 // for the faults it can inject, small local servers for what only a test
 // server can observe (connections, received bytes, TLS).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // A cpp-httplib server (plain or TLS) on a free loopback port, served from

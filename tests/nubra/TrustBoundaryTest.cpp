@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client against a hostile server: redirects to other origins and
 // schemes, URLs of other schemes, more bytes than announced, trickles and
 // stalls, files that change between a cut and a resume, full disks and

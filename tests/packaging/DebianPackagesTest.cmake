@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # cmake -P script: build the Debian packages with CPack, check them with
 # lintian (no errors allowed; docs/packaging.md lists the warnings kept),
 # extract them into a scratch root with dpkg-deb, run the extracted vorn

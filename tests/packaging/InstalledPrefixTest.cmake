@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # cmake -P script: install into a scratch prefix, run the installed vorn,
 # check what the libraries export, then build and run the consumer with
 # find_package and with pkg-config, and the example application on its own.

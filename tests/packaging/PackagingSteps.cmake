@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Steps shared by the packaging tests (cmake -P scripts).
 
 # run_step(<what> <command...>): runs the command, fails the test with its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BlackHoleListener.h"
 
 #include <arpa/inet.h>

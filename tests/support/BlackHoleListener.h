@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // A TCP address on loopback that never completes a handshake: a listener

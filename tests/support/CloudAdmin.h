@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Talks to a dev cloud over loopback, synchronously, for what a test does

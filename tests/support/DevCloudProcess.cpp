@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DevCloudProcess.h"
 
 #include "TestFiles.h"

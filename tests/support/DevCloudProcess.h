@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Starts a private nubra-devcloud on a free loopback port for one test

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Records every glog record (the helper's leveled log lines) made while it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The helper's private state, for tests (VornNubraHelper declares this class

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "HostileServer.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // A deliberately misbehaving HTTP/1.1 server for tests at the client's trust

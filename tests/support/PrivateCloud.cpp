@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PrivateCloud.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // One private nubra-devcloud for a whole test binary, started before the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // main() for GoogleTest suites that need a Qt event loop: the application
 // object exists for the whole run, tests spin local loops as they need.
 #include <QCoreApplication>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Records Qt debug and warning messages while it exists (one capture at a

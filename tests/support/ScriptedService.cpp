@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ScriptedService.h"
 
 #include "core/Interceptors.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // A cloud service whose answers a test scripts with exact timing. Installed,

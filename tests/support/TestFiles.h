@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Real files for tests and benchmarks: made with given, patterned or random

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pieces of the client's upgrade and download services that decide names,
 // registrations and digests.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client's "startDownload" against a private dev cloud: destination
 // rules, progress, refusals, stall, pause and resume. A cut transfer and a
 // file changed between two starts are tested through the helper, on the same

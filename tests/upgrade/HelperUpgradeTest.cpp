@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper's upgrade, package download and file download calls against a
 // scripted cloud client: records sent, result codes, signals, log lines and
 // the exact order of the waits.

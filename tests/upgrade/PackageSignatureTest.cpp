@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Package signatures as a maker makes them: a key and a signature from the
 // openssl command line (the commands docs/upgrade.md shows), checked by the
 // client's PackageSignature; every change to a signed field, a foreign key

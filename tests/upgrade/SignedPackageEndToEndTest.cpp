@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signed packages through the real client against the dev cloud: the
 // configuration the cloud wrote pins the key it created at first start;
 // its catalogue verifies, its bad-signature fault is refused before any

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real client against a hostile upgrade server on loopback that answers
 // package entries of its own making. With signing keys pinned, an entry the
 // maker did not sign is refused before any byte of the package is asked

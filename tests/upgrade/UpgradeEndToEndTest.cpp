@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The upgrade flow end to end: helper -> nubra client -> a private dev cloud
 // whose transfers the tests throttle, cut and corrupt.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Command-line fields become the maps a request carries.
 
 #include "ArgumentMaps.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which client configuration vorn finds, and what it says when none.
 
 #include "ConfigDiscovery.h"

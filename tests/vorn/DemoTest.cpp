@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vorn demo as a script sees it: a JSON summary whose skipped steps are
 // exactly the ones this build lacks, and Ctrl-C that stops its cloud and
 // removes its files.

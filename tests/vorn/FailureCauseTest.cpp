@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client's failure records become one readable line and the same
 // fields in JSON; vorn's own cause wins, the first record is kept.
 

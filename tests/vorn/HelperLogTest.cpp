@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The helper's log lines that vorn reads: transfer progress and errors.
 
 #include "HelperLog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Catalogue names resolve to the helper's enumerator values.
 
 #include "InterfaceNames.h"

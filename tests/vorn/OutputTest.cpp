@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What vorn prints: the human headline and payload, the one JSON document,
 // and refusals in both forms.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Progress: one redrawn line on a terminal, a line per tenth elsewhere.
 
 #include "ProgressBar.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // "Did you mean": the distance counts swaps as one step, and only close
 // names are offered.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The token file: private permissions, atomic replacement, and secrets
 // masked wherever vorn shows a configuration.
 

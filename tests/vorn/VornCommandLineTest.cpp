@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vorn against the shared dev cloud: every kind of outcome gives a clear
 // message and the exit status scripts rely on, in text and in JSON.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finding one's way: suggestions for mistyped names, shell completion that
 // bash really runs, the man page the build wrote, and "-" for standard input.
 

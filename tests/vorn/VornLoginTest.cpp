@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signing in once: the password prompt on a real pseudo-terminal, the token
 // file and its permissions, later commands using it, logout, and no secret
 // in any output.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vorn protect/unprotect: strings, JSON files and files round-trip through
 // the helper's protected-data calls; failures get their codes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vorn's account, disk, subscribe, upgrade and download commands against a
 // real dev cloud. Each group is compiled when vorn has it.
 

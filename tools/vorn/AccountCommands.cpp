@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // account: the user-account requests (VornUserAccountRequest).
 #include "CommandContext.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ArgumentMaps.h"
 
 #include "StandardInput.h"

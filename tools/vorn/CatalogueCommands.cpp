@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // post, postv1, postv2 and get: the helper's catalogue calls, one
 // request of the general catalogue each.
 

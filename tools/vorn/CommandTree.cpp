@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CommandTree.h"
 
 #include "Suggestions.h"

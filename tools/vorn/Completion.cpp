@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Completion.h"
 
 #include "CommandTree.h"

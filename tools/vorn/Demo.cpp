@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vorn demo: starts a private cloud, points the helper at it, runs the
 // library's steps one by one and cleans up, also on Ctrl-C.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Demo steps of the user-account and cloud-disk calls: captcha, spaces and
 // an upload with progress.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Demo step of the message subscription: subscribe, receive what the demo
 // publishes through its cloud, disconnect.
 

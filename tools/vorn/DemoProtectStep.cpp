@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Demo step of the protected-data calls: a JSON object protected and
 // restored.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The steps of vorn demo, in the order a new user meets the library. Each
 // step says what it shows; the ones whose helper calls are not in this build
 // are listed as skipped.

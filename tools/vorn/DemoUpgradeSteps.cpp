@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Demo steps of the upgrade and download calls: registration and check, a
 // package download that is paused and resumed, a background file download.
 

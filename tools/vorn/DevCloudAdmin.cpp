@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DevCloudAdmin.h"
 
 #include <curl/curl.h>

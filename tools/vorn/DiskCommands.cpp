@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // disk and upload: the cloud-disk requests (VornCloudDiskRequest), and file
 // uploads with a progress bar.
 #include "CommandContext.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Exit statuses of vorn. A command that ran a helper call exits with that

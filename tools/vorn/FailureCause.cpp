@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FailureCause.h"
 
 #include <Nubra/Reply.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // completion and help-man: shell completion scripts and the man page, both
 // written from the command tree that --help prints.
 #include "CommandContext.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "HelperLog.h"
 
 #include <glog/logging.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // interfaces, codes and config: what vorn can ask for and where it asks.
 
 #include "CommandContext.h"

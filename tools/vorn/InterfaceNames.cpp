@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "InterfaceNames.h"
 
 #include "Suggestions.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // login and logout: sign in once (post UserLogin), keep the user token for
 // later commands, and forget it again.
 #include "CommandContext.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ManPage.h"
 
 #include "CommandTree.h"

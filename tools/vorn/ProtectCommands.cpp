@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // protect, unprotect and debase64: the helper's protected-data calls for
 // strings, JSON files and files on disk.
 #include "CommandContext.h"

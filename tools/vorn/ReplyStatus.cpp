@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ReplyStatus.h"
 
 #include <NubraCommon.h>

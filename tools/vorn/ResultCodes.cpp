@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ResultCodes.h"
 
 #include <NubraCommon.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ServiceRequestArgs.h"
 
 #include "ArgumentMaps.h"

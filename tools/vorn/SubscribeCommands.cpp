@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // subscribe: messages of server topics until a time or count is reached.
 #include "CommandContext.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // upgrade and download: the automatic-upgrade flow (register, check, package
 // download with pause, existence test) and background file download.
 #include "CommandContext.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vorn: the Vorn cloud from a terminal or a script, through the helper
 // library's public calls; `vorn demo` walks through the whole library
 // against a local cloud.

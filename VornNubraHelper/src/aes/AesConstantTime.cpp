@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Portable constant-time AES: four blocks at a time, bitsliced into eight
 // 64-bit words, one per bit of the bytes. The S-box is computed, not looked
 // up: inversion in GF(2^8) as x^254 with bitsliced multiplications, then the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Chooses the AES implementation at run time; what every implementation
 // shares (the short-block rule, wiping key material).
 

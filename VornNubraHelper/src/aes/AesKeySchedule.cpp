@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The FIPS-197 key schedule without secret-dependent table look-ups, laid
 // out exactly as AESEncryption::expandKey lays it out.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The four chaining modes and the paddings over a BlockCipher, writing into
 // one preallocated buffer. The order of the checks (key first, then iv, then
 // mode) matches the reference so that the same inputs fail the same way.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AES with the x86 AES instructions. Only the functions marked
 // VORN_AESNI_TARGET may use them (the compiler's target attribute, per
 // function, instead of -maes for the whole file: inline code the compiler

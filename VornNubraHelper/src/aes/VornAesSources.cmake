@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sources of the AES implementations, usable by the helper library and by
 # stand-alone targets (fuzzing). No file needs instruction-set flags: the
 # AES-NI functions carry their own target attribute, and the choice to run

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "image/Captcha.h"
 
 #include "image/PngWriter.h"

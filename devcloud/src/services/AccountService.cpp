@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // User accounts: sign-in by password or verification code, countries and
 // the caller's country, captchas, user-information checks and privacy texts.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cloud disk: spaces with quotas, the user's front space, upload tokens that
 // expire, and file uploads streamed to disk with their SHA-256.
 //

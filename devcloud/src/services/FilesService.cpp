@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plain files for "startDownload": a few generated files served with range
 // support, their listing, and the transfer test controls (stats, faults).
 

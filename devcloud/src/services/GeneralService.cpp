@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices, profiles, scan packages and token checks: the general catalogue
 // of the cloud API.
 

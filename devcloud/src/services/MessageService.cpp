@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The message server of the dev cloud: a real mosquitto broker with
 // checked credentials, an endpoint to publish to it, and admin endpoints to
 // stop and restart it for tests.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The upgrade catalogue: versions of each scanner model's software with
 // release notes per language, packages generated into the data folder at
 // start, the upgrade check, package entries and package downloads.

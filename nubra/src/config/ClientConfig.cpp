@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/ClientConfig.h"
 
 #include <QDir>

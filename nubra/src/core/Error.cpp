@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <Nubra/Error.h>
 
 namespace Nubra {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/Interceptors.h"
 
 #include "core/Service.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/LocalReply.h"
 
 namespace Nubra {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <Nubra/Manager.h>
 
 #include "core/Interceptors.h"

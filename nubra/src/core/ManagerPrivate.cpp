@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/ManagerPrivate.h"
 
 #include "http/CurlMultiDriver.h"

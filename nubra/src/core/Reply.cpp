@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <Nubra/Reply.h>
 
 #include <QJsonDocument>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/ApiReply.h"
 
 #include "http/CurlErrorMap.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/CurlErrorMap.h"
 
 #include <openssl/x509_vfy.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/CurlMultiDriver.h"
 
 #include "http/CurlTransfer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/CurlTransfer.h"
 
 #include "http/CurlErrorMap.h"

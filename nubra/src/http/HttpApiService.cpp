@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/HttpApiService.h"
 
 #include "config/ClientConfig.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/RedirectPolicy.h"
 
 #include <curl/curl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/StallDetector.h"
 
 namespace Nubra {

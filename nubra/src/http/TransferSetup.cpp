@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "http/TransferSetup.h"
 
 #include "config/ClientConfig.h"

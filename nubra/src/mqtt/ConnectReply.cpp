@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt/ConnectReply.h"
 
 #include "mqtt/MessagePayload.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt/MessageService.h"
 
 #include "config/ClientConfig.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt/MqttConnectAttempt.h"
 
 #include <QObject>

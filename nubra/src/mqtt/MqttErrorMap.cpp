@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt/MqttErrorMap.h"
 
 #include <mosquitto.h>

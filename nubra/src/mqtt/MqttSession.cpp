@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt/MqttSession.h"
 
 #include "mqtt/MqttErrorMap.h"

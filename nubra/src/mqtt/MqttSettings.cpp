@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt/MqttSettings.h"
 
 #include "config/ClientConfig.h"

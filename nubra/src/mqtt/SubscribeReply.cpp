@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqtt/SubscribeReply.h"
 
 #include "mqtt/ConnectReply.h"

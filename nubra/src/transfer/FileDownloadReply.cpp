@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transfer/FileDownloadReply.h"
 
 #include "http/TransferSetup.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transfer/FileDownloadService.h"
 
 #include "config/ClientConfig.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transfer/FileHasher.h"
 
 #include "transfer/Sha256.h"

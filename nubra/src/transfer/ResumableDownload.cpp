@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transfer/ResumableDownload.h"
 
 #include "config/ClientConfig.h"

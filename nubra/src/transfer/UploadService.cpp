@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transfer/UploadService.h"
 
 #include "config/ClientConfig.h"

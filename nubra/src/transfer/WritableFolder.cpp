@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transfer/WritableFolder.h"
 
 #include <QDir>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "upgrade/PackageSignature.h"
 
 #include <QCryptographicHash>

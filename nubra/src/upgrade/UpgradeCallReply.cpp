@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "upgrade/UpgradeCallReply.h"
 
 #include "upgrade/CloudJsonCall.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "upgrade/UpgradeDownloadReply.h"
 
 #include "config/ClientConfig.h"

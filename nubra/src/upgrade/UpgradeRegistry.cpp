@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "upgrade/UpgradeRegistry.h"
 
 #include <QDir>

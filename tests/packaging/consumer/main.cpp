@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Links the installed helper and makes one real call (NUBRA_CONFIG names
 // the cloud). Built by the packaging tests with CMake and with pkg-config.
 #include <VornNubraHelper.h>
