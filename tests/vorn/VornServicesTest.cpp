@@ -97,6 +97,12 @@ TEST(VornDisk, spacesNeedTheTokenAndUploadsReportProgress)
     EXPECT_TRUE(upload.err.contains("upload 100%")) << describe(upload);
     EXPECT_FALSE(upload.err.contains('\r')) << describe(upload);
 
+    // "-": the bytes come from standard input, under the name --name gives.
+    const VornRun piped = runVorn({"--json", "upload", "-", "--name", "piped.bin", "--token", token}, {}, 60000, content);
+    ASSERT_EQ(piped.exitStatus, 0) << describe(piped);
+    EXPECT_EQ(jsonOf(piped).value("result").toObject().value("bytesTotal").toDouble(), double(content.size()))
+        << describe(piped);
+
     const VornRun missing = runVorn({"upload", dir.filePath("none.bin"), "--token", token});
     EXPECT_EQ(missing.exitStatus, 66) << describe(missing);
 }

@@ -12,10 +12,13 @@
 #include "ProgressBar.h"
 #include "ReplyStatus.h"
 #include "ServiceRequestArgs.h"
+#include "StandardInput.h"
 
 #include <VornNubraHelper.h>
 
+#include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
 
 namespace {
 
@@ -56,6 +59,7 @@ struct UploadArgs {
     std::vector<std::string> files;
     long long spaceId = -1;
     std::string token;
+    std::string stdinName = "stdin";
 };
 
 // The whole upload: an upload token for the space, the files queued, the
@@ -64,7 +68,27 @@ int runUpload(CommandContext& context, const UploadArgs& args)
 {
     Output& out = context.out();
     QStringList files;
+    // The upload queue reads named files: "-" is copied into a private
+    // temporary folder first, under the name given with --name.
+    QTemporaryDir stdinDir;
     for (const std::string& file : args.files) {
+        if (StandardInput::isDash(QString::fromStdString(file))) {
+            QByteArray content;
+            QString error;
+            const QString name = QFileInfo(QString::fromStdString(args.stdinName)).fileName();
+            if (name.isEmpty())
+                return out.fail(ExitStatus::Usage, QStringLiteral("--name needs a file name"));
+            const QString copy = stdinDir.filePath(name);
+            if (!StandardInput::readFile(QStringLiteral("-"), &content, &error))
+                return out.fail(ExitStatus::NoInput, error);
+            QFile target(copy);
+            if (!stdinDir.isValid() || !target.open(QIODevice::WriteOnly) || target.write(content) != content.size())
+                return out.fail(ExitStatus::CantCreate,
+                                QStringLiteral("cannot keep standard input in %1: %2").arg(copy, target.errorString()));
+            target.close();
+            files << copy;
+            continue;
+        }
         const QFileInfo info(QString::fromStdString(file));
         if (!info.isFile() || !info.isReadable())
             return out.fail(ExitStatus::NoInput, QStringLiteral("cannot read %1").arg(info.filePath()));
@@ -126,8 +150,10 @@ void addDiskCommands(CLI::App& app, CommandContext& context)
     auto upload = std::make_shared<UploadArgs>();
     CLI::App* uploadCommand = app.add_subcommand(
         "upload", "Upload files to a cloud-disk space: upload token, queue, start, with a progress bar");
-    uploadCommand->add_option("files", upload->files, "Files to upload")->required();
+    uploadCommand->add_option("files", upload->files, "Files to upload; - reads one from standard input")->required();
     uploadCommand->add_option("--space", upload->spaceId, "Space id (default: the user's front space)");
+    uploadCommand->add_option("--name", upload->stdinName, "The cloud's name for a file read from standard input (-)")
+        ->capture_default_str();
     uploadCommand->add_option("--token", upload->token, "User token (vorn login prints one)")->envname("VORN_TOKEN");
     uploadCommand->footer("Example:\n  vorn upload scan-0001.vscan --space 2 --token \"$VORN_TOKEN\"\n"
                           "Progress goes to standard error; the answer lists every file with its status.");
