@@ -55,19 +55,19 @@ public:
     Error::ErrorCode error() const;
     /// The message of the first error reported, or an empty string.
     QString errorString() const;
-    // The HTTP status of the answer that ended the request; 0 when there was
-    // none (not an HTTP request, or no answer arrived).
+    /// The HTTP status of the answer that ended the request; 0 when there
+    /// was none (not an HTTP request, or no answer arrived).
     int httpStatus() const;
 
-    // Every reply that ends in a failure (an error, or a cloud answer whose
-    // "status" is "failure") writes one record to the logging category
-    // "nubra.outcome" at info level (off unless enabled, for example with
-    // QLoggingCategory::setFilterRules("nubra.outcome.info=true")). The
-    // record is a compact JSON object, so that a tool can show the cause of
-    // a failure without reaching the reply: "request", "error" (the
-    // Error::ErrorCode, 0 for a cloud failure answer), "errorName",
-    // "message" (the client's reason or the cloud's own message) and, when
-    // an answer arrived, "httpStatus". See docs/errors.md.
+    /// Every reply that ends in a failure (an error, or a cloud answer whose
+    /// "status" is "failure") writes one record to the logging category
+    /// "nubra.outcome" at info level (off unless enabled, for example with
+    /// QLoggingCategory::setFilterRules("nubra.outcome.info=true")). The
+    /// record is a compact JSON object, so that a tool can show the cause of
+    /// a failure without reaching the reply: "request", "error" (the
+    /// Error::ErrorCode, 0 for a cloud failure answer), "errorName",
+    /// "message" (the client's reason or the cloud's own message) and, when
+    /// an answer arrived, "httpStatus". See docs/errors.md.
     static const char* const outcomeCategory;
 
 signals:
@@ -126,7 +126,7 @@ protected:
 
     /// Sets status().
     void setStatus(int status);
-    // Records the HTTP status of the answer (see httpStatus()).
+    /// Records the HTTP status of the answer (see httpStatus()).
     void setHttpStatus(int status);
 
     /// Emits finished(result) unless the reply already finished.
