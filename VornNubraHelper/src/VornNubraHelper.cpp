@@ -66,7 +66,13 @@ VornNubraHelper* VornNubraHelper::getInstance()
 }
 
 VornNubraHelper::VornNubraHelper()
+    : VornNubraHelper(new Nubra::Manager(nullptr))
+{
+}
+
+VornNubraHelper::VornNubraHelper(Nubra::Manager* manager)
     : QObject(nullptr)
+    , m_manager(manager)
     // The placeholder token is kept for compatibility with applications built against this interface.
     , m_userToken(QStringLiteral("vqmpz"))
     , m_interfaceMap(NubraCommon::createInterfaceMap())
@@ -98,7 +104,6 @@ VornNubraHelper::VornNubraHelper()
            {{QStringLiteral("name"), QStringLiteral("startUpload:removeAll")}}},
       }
 {
-    m_manager = new Nubra::Manager(nullptr);
     keepUntilProcessEnd(m_manager);
 
     const QVariantMap options{{QStringLiteral("timeout"), 30}};

@@ -356,6 +356,10 @@ private:
     friend class VornNubraHelperRespWatcher;
     friend class VornNubraHelperTestAccess; // tests only: reach m_manager
 
+    // The helper on a given manager (tests hand in one whose cloud they
+    // script before the configuration call).
+    explicit VornNubraHelper(Nubra::Manager* manager);
+
     Nubra::Manager* m_manager = nullptr;
     QString m_userToken;
     QString m_appId;

@@ -15,6 +15,7 @@
 // `only` = client runs the nubra client without the helper: request(),
 // a local event loop until finished, deleteLater().
 
+#include <HelperTestAccess.h>
 #include <ScriptedService.h>
 #include <VornNubraHelper.h>
 
@@ -241,7 +242,8 @@ int main(int argc, char** argv)
 
     std::unique_ptr<VornTest::ScriptedService> scripted;
     if (only == "scripted") {
-        scripted = std::make_unique<VornTest::ScriptedService>(QStringList{QStringLiteral("getDeviceAction")});
+        scripted = std::make_unique<VornTest::ScriptedService>(
+            helperManager(), QStringList{QStringLiteral("getDeviceAction")});
         scripted->answerAfter(QStringLiteral("getDeviceAction"), 0,
                               {{"status", "success"}, {"result", QVariantMap{{"sn", kDevice}, {"action", "none"}}}});
     }

@@ -6,6 +6,7 @@
 #include <VornNubraHelper.h>
 
 #include "QtMessageCapture.h"
+#include "HelperTestAccess.h"
 #include "ScriptedService.h"
 
 #include <QSignalSpy>
@@ -61,7 +62,7 @@ TEST(UserAccountRequest, eachEntrySendsTheComposedRecordAndReplacesTheResult)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        ScriptedService service;
+        ScriptedService service(helperManager());
         service.answerAfter(QString::fromLatin1(row.name), 5, kSuccess);
         QVariantMap result{{QStringLiteral("stale"), true}};
         helper()->VornUserAccountRequest(row.iface, result, kBody, kParams, kHeaders, QString::fromLatin1(row.extra),
@@ -78,7 +79,7 @@ TEST(UserAccountRequest, eachEntrySendsTheComposedRecordAndReplacesTheResult)
 
 TEST(UserAccountRequest, failedStartEmptiesTheResult)
 {
-    ScriptedService service;
+    ScriptedService service(helperManager());
     service.setStatus(QStringLiteral("ipCountry"), int(Nubra::Error::NotConfigured));
     QVariantMap result{{QStringLiteral("stale"), true}};
     helper()->VornUserAccountRequest(VornUserAccountInterface::IpCountry, result, {}, {}, {}, {}, {});
@@ -88,7 +89,7 @@ TEST(UserAccountRequest, failedStartEmptiesTheResult)
 
 TEST(UserAccountRequest, unknownInterfaceThrowsTheCheckedLookupMessageBeforeSending)
 {
-    ScriptedService service;
+    ScriptedService service(helperManager());
     QVariantMap result{{QStringLiteral("kept"), 1}};
     for (int value : {2, 3, 10, -1}) {
         SCOPED_TRACE(value);
@@ -105,7 +106,7 @@ TEST(UserAccountRequest, unknownInterfaceThrowsTheCheckedLookupMessageBeforeSend
 
 TEST(UserAccountRequest, buildingOverloadSendsNothingUntilExecuted)
 {
-    ScriptedService service;
+    ScriptedService service(helperManager());
     service.answerAfter(QStringLiteral("userLogin"), 0, kSuccess);
     QVariantMap body = kBody;
     Watcher watcher = helper()->VornUserAccountRequest(VornUserAccountInterface::UserLogin, body, {}, {}, {},
@@ -142,7 +143,7 @@ TEST(CloudDiskRequest, uploadControlsSendTheParamsAloneWithTimeoutOnlyWhenBlocki
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        ScriptedService service;
+        ScriptedService service(helperManager());
         service.answerAfter(QString::fromLatin1(row.name), 0, kSuccess);
         QVariantMap result;
         helper()->VornCloudDiskRequest(row.iface, result, kBody, kParams, kHeaders, QStringLiteral("src"));
@@ -179,7 +180,7 @@ TEST(CloudDiskRequest, onlyTheQueueStartRelaysUploadProgress)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        ScriptedService service;
+        ScriptedService service(helperManager());
         service.setScript(QString::fromLatin1(row.name), [](ScriptedReply* reply, const ScriptedService::Call&) {
             QTimer::singleShot(0, reply, [reply] {
                 reply->sendUploadProgress(10, 100);
@@ -216,7 +217,7 @@ TEST(CloudDiskRequest, answerStatusHandling)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        ScriptedService service;
+        ScriptedService service(helperManager());
         service.answerAfter(QStringLiteral("changeSpace"), 0, row.answer);
         QVariantMap result{{QStringLiteral("stale"), 1}};
         helper()->VornCloudDiskRequest(VornCloudDiskInterface::ChangeSpace, result, {}, {}, {}, {});
@@ -229,7 +230,7 @@ TEST(CloudDiskRequest, refusedOrUnknownLeavesTheResultAlone)
 {
     const QVariantMap before{{QStringLiteral("kept"), 1}};
     {
-        ScriptedService service;
+        ScriptedService service(helperManager());
         service.setStatus(QStringLiteral("fetchFrontSpace"), int(Nubra::Error::Busy));
         QVariantMap result = before;
         helper()->VornCloudDiskRequest(VornCloudDiskInterface::FetchFrontSpace, result, {}, {}, {}, {});
@@ -237,14 +238,14 @@ TEST(CloudDiskRequest, refusedOrUnknownLeavesTheResultAlone)
         EXPECT_EQ(result, before);
     }
     {
-        ScriptedService service;
+        ScriptedService service(helperManager());
         service.setNullReply(QStringLiteral("fetchFrontSpace"));
         QVariantMap result = before;
         helper()->VornCloudDiskRequest(VornCloudDiskInterface::FetchFrontSpace, result, {}, {}, {}, {});
         EXPECT_EQ(result, before);
     }
     {
-        ScriptedService service;
+        ScriptedService service(helperManager());
         QVariantMap result = before;
         helper()->VornCloudDiskRequest(VornCloudDiskInterface(8), result, {}, {}, {}, {});
         EXPECT_TRUE(service.calls.isEmpty());
@@ -269,7 +270,7 @@ TEST(CloudDiskRequest, lateAnswerAfterTheWaitEndedIsIgnored)
 {
     // The reply finishes twice (a misbehaving client): only the first
     // answer, which ended the wait, reaches the caller.
-    ScriptedService service;
+    ScriptedService service(helperManager());
     QPointer<ScriptedReply> replyPtr;
     service.setScript(QStringLiteral("getDefaultSpaceInfo"), [&replyPtr](ScriptedReply* reply, const ScriptedService::Call&) {
         replyPtr = reply;
@@ -288,7 +289,7 @@ TEST(CloudDiskRequest, lateAnswerAfterTheWaitEndedIsIgnored)
 
 TEST(AccountDiskLogs, debugLinesKeepTheirTexts)
 {
-    ScriptedService service;
+    ScriptedService service(helperManager());
     service.answerAfter(QStringLiteral("captcha"), 0, kSuccess);
     service.answerAfter(QStringLiteral("changeSpace"), 0, {{QStringLiteral("status"), QStringLiteral("Success")}});
     // Lists at any depth are written as Qt 5 writes them, also when built with Qt 6.

@@ -6,6 +6,7 @@
 #include <VornNubraHelper.h>
 #include <VornNubraHelperRespWatcher.h>
 
+#include "HelperTestAccess.h"
 #include "ScriptedService.h"
 #include "Waiting.h"
 
@@ -74,7 +75,7 @@ bool waitGone(const QPointer<QObject>& object)
 
 class RespWatcher : public ::testing::Test {
 protected:
-    ScriptedService service{{kName}};
+    ScriptedService service{helperManager(), {kName}};
 };
 
 } // namespace
@@ -189,7 +190,7 @@ TEST_F(RespWatcher, failedStartGivesErrorThenFinishedAndReleasesAtOnce)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        ScriptedService local{{QStringLiteral("failing")}};
+        ScriptedService local{helperManager(), {QStringLiteral("failing")}};
         if (row.nullReply)
             local.setNullReply(QStringLiteral("failing"));
         else

@@ -67,7 +67,7 @@ protected:
         helper = VornNubraHelper::getInstance();
         ASSERT_NE(helper, nullptr);
         helper->setUserToken("token-of-test");
-        service = std::make_unique<ScriptedService>();
+        service = std::make_unique<ScriptedService>(helperManager());
     }
     void TearDown() override
     {
@@ -120,7 +120,7 @@ TEST_F(BlockingCalls, resultCodeAndResultForEachOutcome)
     for (const Case& c : cases) {
         for (Call call : kAllCalls) {
             SCOPED_TRACE(std::string(c.what) + " / " + callName(call));
-            service = std::make_unique<ScriptedService>();
+            service = std::make_unique<ScriptedService>(helperManager());
             c.script(*service);
             const CallOutcome run = runCall(helper, call, Interface::FetchCountries, {}, c.timeoutMs);
             EXPECT_EQ(int(run.code), int(c.expected));
@@ -305,7 +305,7 @@ TEST_F(BlockingCalls, lateReplyAfterTimeoutLeavesResultUntouched)
     const QVariantMap late{{"status", "success"}, {"result", QVariantMap{{"late", true}}}};
     for (Call call : kAllCalls) {
         SCOPED_TRACE(callName(call));
-        service = std::make_unique<ScriptedService>();
+        service = std::make_unique<ScriptedService>(helperManager());
         service->answerAfter("fetchCountries", 80, late);
         const CallOutcome run = runCall(helper, call, Interface::FetchCountries, {}, 20);
         EXPECT_EQ(int(run.code), int(NubraCommon::Timeout));
@@ -317,7 +317,7 @@ TEST_F(BlockingCalls, lateReplyAfterTimeoutLeavesResultUntouched)
     // The outer call times out at 30 ms while a nested call (answered at
     // 150 ms) keeps its loop on the stack; its own answer comes at 80 ms,
     // when its loop still exists but no longer runs.
-    service = std::make_unique<ScriptedService>();
+    service = std::make_unique<ScriptedService>(helperManager());
     service->answerAfter("fetchCountries", 80, late);
     service->answerAfter("getDeviceAction", 140, {{"status", "success"}, {"result", QVariantMap{{"inner", 1}}}});
     QVariantMap inner;
@@ -347,7 +347,7 @@ TEST_F(BlockingCalls, nestedCallInsideAnotherWait)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        service = std::make_unique<ScriptedService>();
+        service = std::make_unique<ScriptedService>(helperManager());
         service->answerAfter("fetchCountries", c.outerAnswerMs,
                              {{"status", "success"}, {"result", QVariantMap{{"who", "outer"}}}});
         service->answerAfter("getDeviceAction", c.innerAnswerMs,
@@ -389,7 +389,7 @@ TEST_F(BlockingCalls, logLines)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(callName(c.call)) + " " + c.outcome);
-        service = std::make_unique<ScriptedService>();
+        service = std::make_unique<ScriptedService>(helperManager());
         if (QString(c.outcome) == "error")
             service->errorAfter("getDeviceAction", 0, Nubra::Error::ConnectionRefused);
         else

@@ -25,14 +25,14 @@ using VornTest::ScriptedService;
 
 namespace {
 
-// A helper built with NUBRA_CONFIG pointing at path; deletes its manager
-// too, which the helper itself never does.
+// A helper built with NUBRA_CONFIG pointing at path, on the given manager;
+// deletes the manager too, which the helper itself never does.
 class OwnHelper {
 public:
-    explicit OwnHelper(const QString& configPath)
+    explicit OwnHelper(const QString& configPath, Nubra::Manager* manager = new Nubra::Manager(nullptr))
     {
         qputenv("NUBRA_CONFIG", configPath.toUtf8());
-        helper = std::make_unique<VornNubraHelper>();
+        helper.reset(VornNubraHelperTestAccess::create(manager));
         qputenv("NUBRA_CONFIG", QByteArray());
     }
     ~OwnHelper()
@@ -82,7 +82,7 @@ TEST(HelperObject, singletonIsCreatedOnceWithPlaceholderToken)
 TEST(HelperObject, placeholderTokenUntilSet)
 {
     OwnHelper own{QString()};
-    ScriptedService service;
+    ScriptedService service(VornNubraHelperTestAccess::manager(own.helper.get()));
     service.answerAfter("listFAPackageInstance", 0, {{"status", "success"}});
     QVariantMap result;
     ASSERT_EQ(own.helper->post(Interface::ListFAPackageInstance, {}, result, {}, 5000), NubraCommon::Success);
@@ -150,13 +150,14 @@ TEST(HelperObject, configurationAnswerIsJudgedByItsStatus)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        VornTest::ScriptedService client({"setConfigPath"});
+        auto* manager = new Nubra::Manager(nullptr);
+        VornTest::ScriptedService client(manager, {"setConfigPath"});
         if (c.answer.isEmpty())
             client.errorAfter("setConfigPath", 0, Nubra::Error::ConfigMissing);
         else
             client.answerAfter("setConfigPath", 0, c.answer);
         GlogCapture glog;
-        OwnHelper own(QStringLiteral("/scripted/config.json"));
+        OwnHelper own(QStringLiteral("/scripted/config.json"), manager);
         QTest::qWait(0);
         QTest::qWait(0);
         ASSERT_EQ(client.callsNamed("setConfigPath").size(), 1);
@@ -188,7 +189,7 @@ TEST(HelperObject, gettersPassTheClientsMapsOn)
 TEST(HelperObject, logGateFollowsEqualLevelAndVerbosity)
 {
     VornNubraHelper* helper = VornNubraHelper::getInstance();
-    ScriptedService service;
+    ScriptedService service(helperManager());
     service.answerAfter("fetchCountries", 0, {{"status", "success"}});
     struct Case {
         bool equalLevel;
@@ -221,7 +222,7 @@ TEST(HelperObject, logGateFollowsEqualLevelAndVerbosity)
 TEST(HelperObject, everyCallWithoutAManagerAnswersNoManagerAndSendsNothing)
 {
     VornNubraHelper* helper = VornNubraHelper::getInstance();
-    ScriptedService service;
+    ScriptedService service(helperManager());
     const QVariantMap kept{{"kept", true}};
     QVariantMap result = kept;
     QVariant result2 = kept;

@@ -39,7 +39,7 @@ protected:
     void SetUp() override
     {
         helper()->setUserToken(QStringLiteral("token-1001"));
-        service = std::make_unique<ScriptedService>(QStringList{kConnect, kSubscribe, kDisconnect});
+        service = std::make_unique<ScriptedService>(helperManager(), QStringList{kConnect, kSubscribe, kDisconnect});
     }
     void TearDown() override
     {
@@ -163,7 +163,7 @@ TEST_F(Subscribe, earlyEndsOfTheWaitGiveTheirCodes)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         Access::resetConnection(helper());
-        service = std::make_unique<ScriptedService>(QStringList{kConnect, kSubscribe, kDisconnect});
+        service = std::make_unique<ScriptedService>(helperManager(), QStringList{kConnect, kSubscribe, kDisconnect});
         c.script(*service);
         EXPECT_EQ(helper()->subscribe(QStringLiteral("u"), {}, kTopics, 60000), c.code);
         EXPECT_EQ(Access::connected(helper()), c.connected);
@@ -230,7 +230,7 @@ TEST_F(Subscribe, disconnectResultsAndTheFlag)
     service->setNullReply(kDisconnect);
     EXPECT_EQ(helper()->disconnectFromServer(), 5);
 
-    service = std::make_unique<ScriptedService>(QStringList{kConnect, kSubscribe, kDisconnect});
+    service = std::make_unique<ScriptedService>(helperManager(), QStringList{kConnect, kSubscribe, kDisconnect});
     EXPECT_EQ(helper()->disconnectFromServer(), 0);
     EXPECT_FALSE(Access::connected(helper()));
     EXPECT_TRUE(log.contains("Nubra disconnectFromServer success."));

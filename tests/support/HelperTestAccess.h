@@ -10,6 +10,8 @@
 
 class VornNubraHelperTestAccess {
 public:
+    // A helper of its own on the given manager (the caller deletes both).
+    static VornNubraHelper* create(Nubra::Manager* manager) { return new VornNubraHelper(manager); }
     static Nubra::Manager*& manager(VornNubraHelper* h = VornNubraHelper::getInstance()) { return h->m_manager; }
     static QString userToken(const VornNubraHelper* h) { return h->m_userToken; }
     static const auto& interfaceMap(const VornNubraHelper* h) { return h->m_interfaceMap; }
@@ -33,3 +35,6 @@ public:
     static bool& upgradeConfigured(VornNubraHelper* h) { return h->m_upgradeConfigured; }
     static QSharedPointer<Nubra::Reply>& downloadReply(VornNubraHelper* h) { return h->m_downloadReply; }
 };
+
+// The helper singleton's manager, whose cloud tests script.
+inline Nubra::Manager* helperManager() { return VornNubraHelperTestAccess::manager(); }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ScriptedService.h"
 
-#include "core/Interceptors.h"
+#include "core/ManagerPrivate.h"
 
 #include <QTimer>
 
@@ -15,15 +15,17 @@ ScriptedReply::ScriptedReply(const QString& name, int status)
 
 void ScriptedReply::onStop(const QString&) { ++stopCalls; }
 
-ScriptedService::ScriptedService(QStringList names)
-    : m_names(std::move(names))
+ScriptedService::ScriptedService(Nubra::Manager* manager, QStringList names)
+    : m_manager(manager)
+    , m_names(std::move(names))
 {
-    Nubra::installInterceptor(this);
+    Nubra::ManagerPrivate::get(manager)->addService(this);
 }
 
 ScriptedService::~ScriptedService()
 {
-    Nubra::removeInterceptor(this);
+    if (m_manager) // a test may delete the manager first
+        Nubra::ManagerPrivate::get(m_manager)->removeService(this);
     // Every reply it made, also those of calls a test cleared: a reply whose
     // deferred deletion was posted outside a running loop would otherwise
     // outlive the test.

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// A cloud service whose answers a test scripts with exact timing. Installed,
-// it takes every request of every Nubra::Manager in the process (or only the
-// names given) before the real services see them.
+// A cloud service whose answers a test scripts with exact timing. Handed to
+// one Nubra::Manager, it takes that manager's requests (or only the names
+// given) before the manager's own services see them.
 
 #include "core/Service.h"
 
+#include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
 
 #include <QList>
@@ -59,7 +60,7 @@ public:
 
     // names empty: takes every request (the configuration calls
     // "setConfigPath" and "setConfigData" only when named).
-    explicit ScriptedService(QStringList names = {});
+    explicit ScriptedService(Nubra::Manager* manager, QStringList names = {});
     ~ScriptedService() override;
 
     bool handles(const QString& name) const override;
@@ -78,6 +79,7 @@ public:
     QList<Call> callsNamed(const QString& name) const;
 
 private:
+    QPointer<Nubra::Manager> m_manager;
     QStringList m_names;
     std::map<QString, int> m_status;
     std::map<QString, bool> m_null;

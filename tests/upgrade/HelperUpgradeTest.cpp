@@ -47,7 +47,7 @@ protected:
     void SetUp() override
     {
         ASSERT_NE(helper(), nullptr);
-        scripted = std::make_unique<ScriptedService>(QStringList{kConfig, kCheck, kStart, kExist, kFile});
+        scripted = std::make_unique<ScriptedService>(helperManager(), QStringList{kConfig, kCheck, kStart, kExist, kFile});
     }
     void TearDown() override
     {
@@ -89,7 +89,7 @@ TEST_F(HelperUpgrade, waitOutcomesOfConfigureCheckAndExistence)
         SCOPED_TRACE(c.label);
         for (const QString& name : {kConfig, kCheck, kExist}) {
             SCOPED_TRACE(name.toStdString());
-            ScriptedService service({name});
+            ScriptedService service(helperManager(), {name});
             c.script(service, name);
             QVariantMap info{{QStringLiteral("kept"), true}};
             ErrorCode code;
@@ -163,7 +163,7 @@ TEST_F(HelperUpgrade, checkConfiguresOnceThenReplacesInfoWithResultMap)
 // again), or answered late (the step has no time-out).
 TEST_F(HelperUpgrade, configurationStepOutcomes)
 {
-    ScriptedService client({QStringLiteral("setConfigData")});
+    ScriptedService client(helperManager(), {QStringLiteral("setConfigData")});
     QVariantMap info;
 
     Access::upgradeConfigured(helper()) = false;

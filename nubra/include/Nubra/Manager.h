@@ -92,6 +92,7 @@ public:
                    const QVariantMap& options);
 
 private:
+    friend class ManagerPrivate;
     std::unique_ptr<ManagerPrivate> d;
 };
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <Nubra/Manager.h>
 
-#include "core/Interceptors.h"
 #include "core/LocalReply.h"
 #include "core/ManagerPrivate.h"
 
@@ -31,8 +30,8 @@ Reply* Manager::setConfigPath(const QString& path, const QVariantMap& options)
     const QString overridePath = qEnvironmentVariable(ClientConfig::kPathOverride);
     const QString used = overridePath.isEmpty() ? path : overridePath;
     const QString name = QStringLiteral("setConfigPath");
-    if (Service* interceptor = interceptorFor(name))
-        return interceptor->start({name, QString(), {{QStringLiteral("path"), used}}, options});
+    if (Service* added = d->addedServiceFor(name))
+        return added->start({name, QString(), {{QStringLiteral("path"), used}}, options});
 
     Error::ErrorCode error = Error::NoError;
     QString message;
@@ -52,8 +51,8 @@ Reply* Manager::setConfigPath(const QString& path, const QVariantMap& options)
 Reply* Manager::setConfigData(const QVariantMap& config, const QVariantMap& options)
 {
     const QString name = QStringLiteral("setConfigData");
-    if (Service* interceptor = interceptorFor(name))
-        return interceptor->start({name, QString(), config, options});
+    if (Service* added = d->addedServiceFor(name))
+        return added->start({name, QString(), config, options});
     ClientConfig candidate = d->config;
     candidate.merge(config);
     QString message;
@@ -90,8 +89,6 @@ Reply* Manager::request(const QString& name, const QString& extra, const QVarian
                         const QVariantMap& options)
 {
     RequestContext context{name, extra, record, options};
-    if (Service* interceptor = interceptorFor(name))
-        return interceptor->start(context);
     if (Service* service = d->serviceFor(name))
         return service->start(context);
     qCWarning(lcNubra).noquote() << "unknown request" << name;

@@ -10,6 +10,8 @@
 
 #include <Nubra/Manager.h>
 
+#include <algorithm>
+
 namespace Nubra {
 
 ManagerPrivate::ManagerPrivate(Manager* manager)
@@ -29,12 +31,31 @@ ManagerPrivate::ManagerPrivate(Manager* manager)
 
 ManagerPrivate::~ManagerPrivate() = default;
 
+ManagerPrivate* ManagerPrivate::get(Manager* manager) { return manager->d.get(); }
+
+Service* ManagerPrivate::addedServiceFor(const QString& name) const
+{
+    for (Service* service : addedServices)
+        if (service->handles(name))
+            return service;
+    return nullptr;
+}
+
 Service* ManagerPrivate::serviceFor(const QString& name) const
 {
+    if (Service* added = addedServiceFor(name))
+        return added;
     for (const auto& service : services)
         if (service->handles(name))
             return service.get();
     return nullptr;
+}
+
+void ManagerPrivate::addService(Service* service) { addedServices.insert(addedServices.begin(), service); }
+
+void ManagerPrivate::removeService(Service* service)
+{
+    addedServices.erase(std::remove(addedServices.begin(), addedServices.end(), service), addedServices.end());
 }
 
 } // namespace Nubra
