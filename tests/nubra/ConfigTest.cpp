@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The client's configuration: the time-out rule, file validation,
+// The client's configuration: the time-out rule, the URL join, file validation,
 // NUBRA_CONFIG, replies of the configuration calls, refused request names.
 
 #include "ClientHarness.h"
@@ -79,6 +79,30 @@ TEST(ClientConfigTest, timeoutRule)
     EXPECT_EQ(ClientConfig::requestTimeoutMs(1100, fallback), 1100 + 55 + 250);
     EXPECT_EQ(ClientConfig::requestTimeoutMs(30, fallback), 30000 + 1500 + 250);
     EXPECT_GT(ClientConfig::requestTimeoutMs(1e12, fallback), 24 * 3600 * 1000);
+}
+
+// The one URL join of every JSON call: a path below the base (with or
+// without the base's trailing slash, a '?' starting the query), an absolute
+// URL the cloud handed out as it is, and a path that only looks like
+// another host ("//host/x") still below the base.
+TEST(ClientConfigTest, joinKeepsPathsBelowTheBase)
+{
+    const struct {
+        const char* base;
+        const char* pathOrUrl;
+        const char* expected;
+    } cases[] = {
+        {"http://127.0.0.1:8080", "/api/v1/x", "http://127.0.0.1:8080/api/v1/x"},
+        {"https://cloud.example/prefix/", "/api/v1/x", "https://cloud.example/prefix/api/v1/x"},
+        {"https://cloud.example/prefix", "/api/v1/x?a=1&b=%2B", "https://cloud.example/prefix/api/v1/x?a=1&b=%2B"},
+        {"https://cloud.example", "https://cdn.example/p.vpkg?sig=1", "https://cdn.example/p.vpkg?sig=1"},
+        {"https://cloud.example", "//evil.example/x", "https://cloud.example//evil.example/x"},
+        {"https://cloud.example", "/a:b", "https://cloud.example/a:b"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pathOrUrl);
+        EXPECT_EQ(ClientConfig::join(QUrl(c.base), c.pathOrUrl).toString(QUrl::FullyEncoded), c.expected);
+    }
 }
 
 TEST(ClientConfigTest, fileValidation)

@@ -2,7 +2,7 @@
 // The client against a hostile server: redirects to other origins and
 // schemes, URLs of other schemes, more bytes than announced, trickles and
 // stalls, files that change between a cut and a resume, full disks and
-// folders it cannot write.
+// folders it cannot write, answers too large or not JSON.
 
 #include "ClientHarness.h"
 #include "LocalServer.h"
@@ -10,6 +10,7 @@
 #include <HostileServer.h>
 #include <TestFiles.h>
 
+#include "http/JsonCall.h"
 #include "http/StallDetector.h"
 
 #include <QCryptographicHash>
@@ -20,6 +21,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <functional>
 #include <csignal>
 #include <cstring>
 #include <sys/resource.h>
@@ -568,4 +570,88 @@ TEST(TrustBoundary, unwritableFoldersSayWhy)
         EXPECT_TRUE(message(registration).contains(strerrorText(c.error))) << message(registration).toStdString();
     }
     EXPECT_TRUE(cloud.requests().isEmpty());
+}
+
+// Every JSON answer the client reads (an API request's, an upgrade call's,
+// the upload queue's) has the same bound and the same rule: an answer of
+// exactly the bound is read, one byte more fails with InvalidResponse
+// naming the bound (sent without a length, so only the counted bytes can
+// stop it), and an answer that is not a JSON object fails with HttpError
+// from HTTP 400 on, else InvalidResponse naming the status and the size.
+TEST(TrustBoundary, everyJsonAnswerHasOneBoundAndOneRule)
+{
+    constexpr int bound = Nubra::JsonCall::kMaxAnswerBytes;
+    const QByteArray envelope = R"({"status":"success","result":{"sameSize":0,"hasUpgrade":false}})";
+    struct Answer {
+        const char* what;
+        int status;
+        QByteArray body;
+        qint64 announcedLength;
+        Error::ErrorCode expected;
+        QString named;
+    };
+    const Answer answers[] = {
+        {"exactly the bound", 200, envelope + QByteArray(bound - envelope.size(), ' '), -1, Error::NoError, {}},
+        {"one byte over the bound, no length", 200, envelope + QByteArray(bound + 1 - envelope.size(), ' '), -2,
+         Error::InvalidResponse, QString::number(bound)},
+        {"HTML error page", 503, "<html>busy</html>", -1, Error::HttpError, "HTTP status 503"},
+        {"not an object", 200, "[1,2]", -1, Error::InvalidResponse, "answer is not a JSON object (HTTP 200, 5 bytes)"},
+    };
+
+    HostileServer cloud;
+    ASSERT_GT(cloud.start(), 0);
+    const Answer* current = nullptr;
+    const auto scripted = [&current](const HostileServer::Request&) {
+        HostileServer::Response r = HostileServer::Response::json(current->body);
+        r.status = current->status;
+        r.announcedLength = current->announcedLength;
+        return r;
+    };
+    cloud.route("/json", scripted);
+    cloud.route("/api/v1/upgrade/check", scripted);
+    cloud.route("/api/v1/disk/file-exists", scripted);
+    // The stored file as the cloud reports it: the bytes that came.
+    cloud.route("/api/v1/disk/upload", [](const HostileServer::Request& request) {
+        const QJsonObject result{
+            {"sha256", QString::fromLatin1(QCryptographicHash::hash(request.body, QCryptographicHash::Sha256).toHex())},
+            {"size", request.body.size()},
+            {"fileId", 7}};
+        return HostileServer::Response::json(
+            QJsonDocument(QJsonObject{{"status", "success"}, {"result", result}}).toJson(QJsonDocument::Compact));
+    });
+    UpgradeClient client(cloud, {{"requests", apiConfig(cloud.url(), {"/json"}).value("requests")}});
+    const QString file = client.folder.filePath("scan.vscan");
+    {
+        QFile out(file);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly) && out.write(pattern(1000, 'u')) == 1000);
+    }
+
+    struct Path {
+        const char* what;
+        std::function<Observed()> call;
+    };
+    const Path paths[] = {
+        {"API request", [&] { return VornTest::run(client.manager, "json", {{"body", QVariantMap{{"a", 1}}}}); }},
+        {"upgrade call",
+         [&] { return VornTest::run(client.manager, "autoUpgrade:checkUpgrade", {{"modelCode", "VS-200"}}); }},
+        {"upload queue",
+         [&] {
+             const Observed queued = VornTest::run(client.manager, "UploadCloudSpaceFile",
+                                                   {{"files", QStringList{file}}, {"uploadToken", "t0ken"}});
+             EXPECT_EQ(queued.errors, 0) << message(queued).toStdString();
+             return VornTest::run(client.manager, "startUpload:start");
+         }},
+    };
+    for (const Answer& answer : answers) {
+        current = &answer;
+        for (const Path& path : paths) {
+            SCOPED_TRACE(std::string(path.what) + ", " + answer.what);
+            const Observed o = path.call();
+            EXPECT_EQ(o.finished, 1);
+            EXPECT_EQ(o.error, answer.expected) << message(o).toStdString();
+            if (answer.expected != Error::NoError) {
+                EXPECT_TRUE(message(o).contains(answer.named)) << message(o).toStdString();
+            }
+        }
+    }
 }

@@ -162,11 +162,22 @@ void ClientConfig::rebuildCache()
     }
 }
 
-QUrl ClientConfig::join(const QUrl& base, const QString& path)
+QUrl ClientConfig::join(const QUrl& base, const QString& pathOrUrl)
 {
+    // Only a URL with a scheme stands on its own: "//host/x" is a path
+    // below the base like any other. (A route's path has no ':' as a rule:
+    // no parsing then.)
+    if (pathOrUrl.contains(QLatin1Char(':'))) {
+        const QUrl given(pathOrUrl);
+        if (given.isValid() && !given.isRelative())
+            return given;
+    }
+    const int query = pathOrUrl.indexOf(QLatin1Char('?'));
     QUrl url = base;
-    const QString basePath = url.path();
-    url.setPath(basePath.endsWith(QLatin1Char('/')) ? basePath.chopped(1) + path : basePath + path);
+    const QString basePath = url.path().endsWith(QLatin1Char('/')) ? url.path().chopped(1) : url.path();
+    url.setPath(basePath + (query < 0 ? pathOrUrl : pathOrUrl.left(query)));
+    if (query >= 0)
+        url.setQuery(pathOrUrl.mid(query + 1));
     return url;
 }
 

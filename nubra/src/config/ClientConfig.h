@@ -46,9 +46,11 @@ public:
     // Base URL for a region; the empty region is "baseUrl".
     std::optional<QUrl> baseUrl(const QString& region) const;
     std::optional<RequestRoute> route(const QString& name) const;
-    // The route's path joined to a base URL (trailing slash of the base
-    // dropped).
-    static QUrl join(const QUrl& base, const QString& path);
+    // The client's one URL join: a path (a route's, or one the cloud
+    // handed out) below a base URL, the trailing slash of the base dropped
+    // and what follows a '?' made the query; an absolute URL (with a
+    // scheme) as it is.
+    static QUrl join(const QUrl& base, const QString& pathOrUrl);
 
     // Default time-out of requests that carry none, in milliseconds.
     int defaultTimeoutMs() const;

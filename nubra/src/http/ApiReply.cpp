@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "http/ApiReply.h"
 
-#include "http/CurlErrorMap.h"
-#include "http/CurlTransfer.h"
 #include "http/TransferSetup.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QJsonParseError>
 #include <QLoggingCategory>
 #include <QPointer>
 
@@ -17,20 +12,12 @@ namespace Nubra {
 
 ApiReply::ApiReply(const QString& name, CurlMultiDriver* driver, QObject* parent)
     : Reply(name, parent)
-    , m_transfer(driver)
+    , m_call(driver)
 {
-    m_transfer.setBodySink([this](const char* data, size_t size) {
-        if (m_answer.size() + qint64(size) > kMaxAnswerBytes) {
-            m_tooLarge = true;
-            return false;
-        }
-        m_answer.append(data, int(size));
-        return true;
-    });
-    m_transfer.setCompletionHandler([this](int curlCode) { transferCompleted(curlCode); });
+    m_call.setAnswerHandler([this](const JsonCall::Answer& answer) { answered(answer); });
 }
 
-bool ApiReply::start() { return m_transfer.start(); }
+bool ApiReply::start() { return m_call.start(); }
 
 void ApiReply::onStop(const QString& item)
 {
@@ -42,46 +29,41 @@ void ApiReply::onAbort(const QString& item)
 {
     if (!item.isEmpty() || isFinished())
         return;
-    m_transfer.cancel();
+    m_call.cancel();
     failWith(Error::Cancelled, QStringLiteral("request aborted"));
 }
 
-void ApiReply::transferCompleted(int curlCode)
+void ApiReply::answered(const JsonCall::Answer& answer)
 {
-    const long http = m_transfer.httpStatus();
-    setHttpStatus(int(http));
-    qCDebug(lcNubraHttp).noquote() << requestName() << redactedUrl(m_url) << "->" << http << "curl" << curlCode
-                                   << m_transfer.elapsedMs() << "ms";
-    if (curlCode != CURLE_OK) {
-        if (m_tooLarge) {
-            failWith(Error::InvalidResponse, QStringLiteral("answer larger than %1 bytes").arg(kMaxAnswerBytes));
-            return;
-        }
-        const auto failure = m_transfer.failure(curlCode);
-        qCWarning(lcNubraHttp).noquote() << requestName() << "failed:" << Error::describe(failure.code) << "-"
-                                         << failure.message;
-        if (!m_transfer.sslErrors().isEmpty()) {
+    const int http = answer.httpStatus;
+    setHttpStatus(http);
+    qCDebug(lcNubraHttp).noquote() << requestName() << redactedUrl(m_url) << "->" << http << "curl"
+                                   << answer.curlCode << m_call.transfer().elapsedMs() << "ms";
+    switch (answer.failure) {
+    case JsonCall::Answer::Failure::None:
+        finishWith(answer.object);
+        return;
+    case JsonCall::Answer::Failure::Size:
+        // Without the status, as applications built against this interface
+        // have always seen it.
+        failWith(answer.code, answer.message);
+        return;
+    case JsonCall::Answer::Failure::Transfer: {
+        qCWarning(lcNubraHttp).noquote() << requestName() << "failed:" << Error::describe(answer.code) << "-"
+                                         << answer.message;
+        const QList<QSslError> sslErrors = m_call.transfer().sslErrors();
+        if (!sslErrors.isEmpty()) {
             const QPointer<ApiReply> self(this);
-            emit sslErrorOccurred(m_transfer.sslErrors());
+            emit sslErrorOccurred(sslErrors);
             if (!self)
                 return; // a receiver deleted the reply
         }
-        failWith(failure.code, failure.message, {{QStringLiteral("httpStatus"), int(http)}});
-        return;
+        break;
     }
-    QJsonParseError parseError{};
-    const QJsonDocument answer = QJsonDocument::fromJson(m_answer, &parseError);
-    if (parseError.error == QJsonParseError::NoError && answer.isObject()) {
-        finishWith(answer.object().toVariantMap());
-        return;
+    case JsonCall::Answer::Failure::Content:
+        break;
     }
-    if (http >= 400) {
-        failWith(Error::HttpError, QStringLiteral("HTTP status %1").arg(http), {{QStringLiteral("httpStatus"), int(http)}});
-        return;
-    }
-    failWith(Error::InvalidResponse,
-             QStringLiteral("answer is not a JSON object (HTTP %1, %2 bytes)").arg(http).arg(m_answer.size()),
-             {{QStringLiteral("httpStatus"), int(http)}});
+    failWith(answer.code, answer.message, {{QStringLiteral("httpStatus"), http}});
 }
 
 } // namespace Nubra

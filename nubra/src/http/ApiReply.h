@@ -3,24 +3,23 @@
 
 #include <Nubra/Reply.h>
 
-#include "http/CurlTransfer.h"
+#include "http/JsonCall.h"
 
-#include <QByteArray>
 #include <QUrl>
 
 namespace Nubra {
 
-// Reply of one JSON API request.
+// Reply of one JSON API request: the answer's JSON object is the finished
+// map, whatever the HTTP status; every other answer fails by JsonCall's
+// rule, with the HTTP status in the failure map.
 class ApiReply : public Reply {
     Q_OBJECT
 public:
-    // Largest answer accepted; a bigger one fails with InvalidResponse.
-    static constexpr int kMaxAnswerBytes = 32 * 1024 * 1024;
-
     ApiReply(const QString& name, CurlMultiDriver* driver, QObject* parent);
 
     // Set up before start(); owned by the reply (no allocation of its own).
-    CurlTransfer& transfer() { return m_transfer; }
+    JsonCall& call() { return m_call; }
+    CurlTransfer& transfer() { return m_call.transfer(); }
     void setUrlForLog(const QUrl& url) { m_url = url; }
     bool start();
 
@@ -29,13 +28,10 @@ protected:
     void onAbort(const QString& item) override;
 
 private:
-    void transferCompleted(int curlCode);
+    void answered(const JsonCall::Answer& answer);
 
     QUrl m_url;
-    QByteArray m_answer;
-    bool m_tooLarge = false;
-    // Last: it dies first, before the answer buffer its sink writes to.
-    CurlTransfer m_transfer;
+    JsonCall m_call;
 };
 
 } // namespace Nubra

@@ -9,9 +9,6 @@
 
 #include <Nubra/Manager.h>
 
-#include <QJsonDocument>
-#include <QJsonObject>
-
 namespace Nubra {
 
 namespace {
@@ -31,26 +28,6 @@ bool isValidHeaderName(const QString& name)
 bool isValidHeaderValue(const QString& value)
 {
     return !value.contains(QLatin1Char('\r')) && !value.contains(QLatin1Char('\n'));
-}
-
-// The headers every API request ends with, built once for the life of the
-// process (transfers may outlive any one manager): a request with no
-// headers of its own then allocates none. A header the caller gives itself
-// replaces the default one (curl would send both).
-curl_slist* jsonHeaders(bool withBody, bool ownAccept, bool ownType)
-{
-    static curl_slist* const accept = curl_slist_append(nullptr, "Accept: application/json");
-    static curl_slist* const typeOnly = curl_slist_append(nullptr, "Content-Type: application/json");
-    static curl_slist* const acceptAndType = [] {
-        curl_slist* list = curl_slist_append(nullptr, "Content-Type: application/json");
-        list->next = accept;
-        return list;
-    }();
-    const bool wantAccept = !ownAccept;
-    const bool wantType = withBody && !ownType;
-    if (wantAccept)
-        return wantType ? acceptAndType : accept;
-    return wantType ? typeOnly : nullptr;
 }
 
 } // namespace
@@ -124,13 +101,15 @@ Reply* HttpApiService::start(const RequestContext& request)
         ownType = ownType || it.key().compare(QLatin1String("Content-Type"), Qt::CaseInsensitive) == 0;
         transfer.addHeader(it.key().toLatin1(), value.toUtf8());
     }
-    transfer.setSharedHeaders(jsonHeaders(!isGet, ownAccept, ownType));
+    // The shared JSON headers end every request; a header the caller gives
+    // itself replaces the default one (curl would send both).
+    reply->call().setJsonHeaders(!isGet, ownAccept, ownType);
     const QString source = request.record.value(QStringLiteral("source")).toString();
     if (!source.isEmpty() && isValidHeaderValue(source))
         transfer.addHeader("X-Nubra-Source", source.toUtf8());
 
     if (!isGet)
-        transfer.setBody(QJsonDocument(QJsonObject::fromVariantMap(body)).toJson(QJsonDocument::Compact));
+        reply->call().setJsonBody(body);
 
     if (!reply->start()) {
         reply->setParent(nullptr);

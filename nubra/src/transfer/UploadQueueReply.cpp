@@ -2,14 +2,11 @@
 #include "transfer/UploadQueueReply.h"
 
 #include "config/ClientConfig.h"
-#include "http/CurlErrorMap.h"
-#include "http/CurlTransfer.h"
+#include "http/JsonCall.h"
 #include "http/TransferSetup.h"
 #include "transfer/FileHasher.h"
 #include "transfer/Sha256.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QTimer>
 #include <QFileInfo>
 
@@ -17,18 +14,8 @@ namespace Nubra {
 
 namespace {
 
-constexpr int kMaxAnswerBytes = 1024 * 1024;
 const QString kDefaultUploadPath = QStringLiteral("/api/v1/disk/upload");
 const QString kDefaultExistsPath = QStringLiteral("/api/v1/disk/file-exists");
-
-QUrl withPath(QUrl base, const QString& path)
-{
-    QString basePath = base.path();
-    if (basePath.endsWith(QLatin1Char('/')))
-        basePath.chop(1);
-    base.setPath(basePath + path);
-    return base;
-}
 
 const char* outcomeName(int outcome)
 {
@@ -100,24 +87,18 @@ void UploadQueueReply::hashed(const QString& sha256, qint64 size)
     checkExists(true);
 }
 
-CurlTransfer* UploadQueueReply::newTransfer(const QUrl& url, const QByteArray& method)
+JsonCall& UploadQueueReply::newCall(const QString& path, const QVariantMap& query, const QByteArray& method,
+                                    bool jsonBody)
 {
-    auto* transfer = new CurlTransfer(m_context.curl, this);
-    transfer->setUrl(url);
-    transfer->setMethod(method);
-    applyConfig(*transfer, *m_context.config);
-    transfer->setStallLimit(m_stallSeconds, m_context.config->minimumRate());
-    transfer->addHeader("Accept", "application/json");
-    transfer->addHeader("X-Upload-Token", m_batch[m_index].uploadToken.toUtf8());
-    m_answer.clear();
-    transfer->setBodySink([this](const char* data, size_t size) {
-        if (m_answer.size() + qint64(size) > kMaxAnswerBytes)
-            return false;
-        m_answer.append(data, int(size));
-        return true;
-    });
-    m_transfer = transfer;
-    return transfer;
+    m_call = std::make_unique<JsonCall>(m_context.curl);
+    JsonCall& call = *m_call;
+    call.setUrl(m_batch[m_index].baseUrl, path, query);
+    call.transfer().setMethod(method);
+    applyConfig(call.transfer(), *m_context.config);
+    call.transfer().setStallLimit(m_stallSeconds, m_context.config->minimumRate());
+    call.transfer().addHeader("X-Upload-Token", m_batch[m_index].uploadToken.toUtf8());
+    call.setJsonHeaders(jsonBody);
+    return call;
 }
 
 void UploadQueueReply::checkExists(bool withDigest)
@@ -128,46 +109,37 @@ void UploadQueueReply::checkExists(bool withDigest)
     QString path = kDefaultExistsPath;
     if (const auto route = m_context.config->route(disk.value(QStringLiteral("existsRequest")).toString()))
         path = route->path;
-    QJsonObject body{{QStringLiteral("size"), item.size}};
+    QVariantMap body{{QStringLiteral("size"), item.size}};
     if (withDigest)
         body.insert(QStringLiteral("sha256"), m_sha256);
     if (item.spaceId >= 0)
         body.insert(QStringLiteral("spaceId"), item.spaceId);
 
-    CurlTransfer* transfer = newTransfer(withPath(item.baseUrl, path), "POST");
-    transfer->addHeader("Content-Type", "application/json");
-    transfer->setBody(QJsonDocument(body).toJson(QJsonDocument::Compact));
-    transfer->setTimeoutMs(m_context.config->defaultTimeoutMs());
-    connect(transfer, &CurlTransfer::completed, this, &UploadQueueReply::existsAnswered);
-    if (!transfer->start())
+    JsonCall& call = newCall(path, {}, "POST", true);
+    call.setJsonBody(body);
+    call.transfer().setTimeoutMs(m_context.config->defaultTimeoutMs());
+    call.setAnswerHandler([this](const JsonCall::Answer& answer) { existsAnswered(answer); });
+    if (!call.start())
         itemDone(Outcome::Failed, {}, Error::RequestErrorOther, QStringLiteral("cannot start HTTP transfer"));
 }
 
-// Reads a JSON answer; on failure fills code and message from the transfer
-// or from the server's own "code" and "message".
-static bool readAnswer(CurlTransfer* transfer, int curlCode, const QByteArray& answer, QVariantMap* result,
-                       Error::ErrorCode* code, QString* message, QVariantMap* details)
+// Reads the cloud's answer: JsonCall's rule, then the cloud's own
+// "status", "code" and "message". On failure fills code and message.
+static bool readAnswer(const JsonCall::Answer& answer, QVariantMap* result, Error::ErrorCode* code,
+                       QString* message, QVariantMap* details)
 {
-    const long http = transfer->httpStatus();
-    details->insert(QStringLiteral("httpStatus"), int(http));
-    if (curlCode != CURLE_OK) {
-        const auto failure = transfer->failure(curlCode);
-        *code = failure.code;
-        *message = failure.message;
+    details->insert(QStringLiteral("httpStatus"), answer.httpStatus);
+    if (answer.code != Error::NoError) {
+        *code = answer.code;
+        *message = answer.message;
         return false;
     }
-    const QJsonDocument doc = QJsonDocument::fromJson(answer);
-    const QVariantMap map = doc.object().toVariantMap();
-    if (!doc.isObject()) {
-        *code = http >= 400 ? Error::HttpError : Error::InvalidResponse;
-        *message = QStringLiteral("answer is not a JSON object (HTTP %1)").arg(http);
-        return false;
-    }
-    if (http >= 400 || map.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
+    const QVariantMap& map = answer.object;
+    if (answer.httpStatus >= 400 || map.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
         *code = Error::HttpError;
         *message = map.value(QStringLiteral("message")).toString();
         if (message->isEmpty())
-            *message = QStringLiteral("HTTP status %1").arg(http);
+            *message = QStringLiteral("HTTP status %1").arg(answer.httpStatus);
         details->insert(QStringLiteral("serverCode"), map.value(QStringLiteral("code")));
         return false;
     }
@@ -175,18 +147,18 @@ static bool readAnswer(CurlTransfer* transfer, int curlCode, const QByteArray& a
     return true;
 }
 
-void UploadQueueReply::existsAnswered(int curlCode)
+void UploadQueueReply::existsAnswered(const JsonCall::Answer& answer)
 {
     QVariantMap result, details;
     Error::ErrorCode code = Error::NoError;
     QString message;
-    if (!readAnswer(m_transfer, curlCode, m_answer, &result, &code, &message, &details)) {
+    if (!readAnswer(answer, &result, &code, &message, &details)) {
         itemDone(Outcome::Failed, details, code, message);
         return;
     }
     if (!m_askedWithDigest && result.value(QStringLiteral("sameSize")).toLongLong() > 0) {
         // A file of that size is there: only the digest can tell.
-        m_transfer->deleteLater();
+        m_call.reset();
         hashFirst();
         return;
     }
@@ -196,7 +168,7 @@ void UploadQueueReply::existsAnswered(int curlCode)
         itemDone(Outcome::Skipped, details);
         return;
     }
-    m_transfer->deleteLater();
+    m_call.reset();
     sendFile();
 }
 
@@ -211,13 +183,12 @@ void UploadQueueReply::sendFile()
     }
     const QVariantMap disk = m_context.config->section(QStringLiteral("disk"));
     const QString path = disk.value(QStringLiteral("uploadPath"), kDefaultUploadPath).toString();
-    QUrl url = withPath(item.baseUrl, path);
     QVariantMap query{{QStringLiteral("name"), item.name}};
     if (item.spaceId >= 0)
         query.insert(QStringLiteral("spaceId"), item.spaceId);
-    appendQuery(url, query);
 
-    CurlTransfer* transfer = newTransfer(url, "PUT");
+    JsonCall& call = newCall(path, query, "PUT", false);
+    CurlTransfer* transfer = &call.transfer();
     transfer->addHeader("Content-Type", "application/octet-stream");
     if (!m_sha256.isEmpty())
         transfer->addHeader("X-Content-Sha256", m_sha256.toLatin1());
@@ -241,17 +212,17 @@ void UploadQueueReply::sendFile()
         item.size);
     connect(transfer, &CurlTransfer::progress, this,
             [this](qint64, qint64, qint64 sent, qint64) { reportProgress(sent); });
-    connect(transfer, &CurlTransfer::completed, this, &UploadQueueReply::sendCompleted);
-    if (!transfer->start())
+    call.setAnswerHandler([this](const JsonCall::Answer& answer) { sendCompleted(answer); });
+    if (!call.start())
         itemDone(Outcome::Failed, {}, Error::RequestErrorOther, QStringLiteral("cannot start HTTP transfer"));
 }
 
-void UploadQueueReply::sendCompleted(int curlCode)
+void UploadQueueReply::sendCompleted(const JsonCall::Answer& answer)
 {
     QVariantMap result, details;
     Error::ErrorCode code = Error::NoError;
     QString message;
-    if (!readAnswer(m_transfer, curlCode, m_answer, &result, &code, &message, &details)) {
+    if (!readAnswer(answer, &result, &code, &message, &details)) {
         itemDone(Outcome::Failed, details, code, message);
         return;
     }
@@ -350,12 +321,7 @@ void UploadQueueReply::stopWork()
         m_hasher->deleteLater();
         m_hasher = nullptr;
     }
-    if (m_transfer) {
-        m_transfer->cancel();
-        m_transfer->disconnect(this);
-        m_transfer->deleteLater();
-        m_transfer = nullptr;
-    }
+    m_call.reset();
     m_file.reset();
     m_streamHash.reset();
 }

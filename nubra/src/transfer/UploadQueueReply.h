@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Service.h"
+#include "http/JsonCall.h"
 #include "transfer/UploadItem.h"
 
 #include <Nubra/Reply.h>
@@ -15,7 +16,6 @@
 
 namespace Nubra {
 
-class CurlTransfer;
 class FileHasher;
 class Sha256;
 
@@ -62,14 +62,16 @@ private:
     void hashFirst();
     void hashed(const QString& sha256, qint64 size);
     void checkExists(bool withDigest);
-    void existsAnswered(int curlCode);
+    void existsAnswered(const JsonCall::Answer& answer);
     void sendFile();
-    void sendCompleted(int curlCode);
+    void sendCompleted(const JsonCall::Answer& answer);
     void itemDone(Outcome outcome, const QVariantMap& details, Error::ErrorCode code = Error::NoError,
                   const QString& message = QString());
     void finishBatch();
     void stopWork();
-    CurlTransfer* newTransfer(const QUrl& url, const QByteArray& method);
+    // A call for the current file with its upload token: to the path
+    // below the file's base URL, asking for JSON.
+    JsonCall& newCall(const QString& path, const QVariantMap& query, const QByteArray& method, bool jsonBody);
     void reportProgress(qint64 sentOfCurrent);
     QVariantMap summary() const;
 
@@ -90,8 +92,7 @@ private:
     Error::ErrorCode m_firstError = Error::NoError;
     QString m_firstMessage;
     QPointer<FileHasher> m_hasher;
-    QPointer<CurlTransfer> m_transfer;
-    QByteArray m_answer;
+    std::unique_ptr<JsonCall> m_call;
     std::unique_ptr<QFile> m_file;
 };
 

@@ -6,25 +6,26 @@
 #include <Nubra/Error.h>
 
 #include <QObject>
-#include <QPointer>
 #include <QUrl>
 #include <QVariantMap>
 
+#include <memory>
+
 namespace Nubra {
 
-class CurlTransfer;
+class JsonCall;
 
 // One JSON POST to the cloud for the upgrade service, with the
-// configuration's default time-out, so that done() always comes.
-// The path is the request table's entry for routeName when the
-// configuration has one, else fallbackPath.
+// configuration's default time-out, so that done() always comes. The path
+// is the request table's entry for routeName when the configuration has
+// one, else fallbackPath. Size bound and failure rule are JsonCall's; on
+// top, the cloud's answer must say "status" "success".
 class CloudJsonCall : public QObject {
     Q_OBJECT
 public:
-    static constexpr int kMaxAnswerBytes = 4 * 1024 * 1024;
-
     CloudJsonCall(const ClientContext& context, const QString& routeName, const QString& fallbackPath,
                   const QVariantMap& body, QObject* parent);
+    ~CloudJsonCall() override;
 
     // Reports every failure (also "not configured") through done(), on a
     // later turn of the event loop.
@@ -34,7 +35,8 @@ public:
     // The HTTP status of the answer (0 before it, or when none came).
     int httpStatus() const { return m_httpStatus; }
 
-    // Absolute URL for a path or URL the cloud handed out.
+    // Absolute URL for a path or URL the cloud handed out (empty when a
+    // path comes without a configured "baseUrl").
     static QUrl resolve(const ClientContext& context, const QString& pathOrUrl);
 
 signals:
@@ -43,15 +45,14 @@ signals:
     void done(Nubra::Error::ErrorCode code, const QString& message, const QVariantMap& result);
 
 private:
-    void completed(int curlCode);
     void report(Error::ErrorCode code, const QString& message, const QVariantMap& result);
+    void reportLater(Error::ErrorCode code, const QString& message);
 
     ClientContext m_context;
     QString m_routeName;
     QString m_fallbackPath;
     QVariantMap m_body;
-    QPointer<CurlTransfer> m_transfer;
-    QByteArray m_answer;
+    std::unique_ptr<JsonCall> m_call;
     int m_httpStatus = 0;
     bool m_done = false;
 };
