@@ -22,8 +22,8 @@
 
 namespace {
 
-// The private cloud of this binary (FileDownloadTest.cpp uses it too): the
-// tests throttle, cut and corrupt its transfers.
+// The private cloud of this binary: the tests throttle, cut and corrupt its
+// transfers.
 const bool g_cloud = VornTest::usePrivateCloud();
 
 using VornTest::finishOf;

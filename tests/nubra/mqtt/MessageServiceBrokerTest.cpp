@@ -17,6 +17,9 @@
 
 namespace {
 
+// The private cloud (and broker) of this binary, for all its files.
+const bool g_cloud = VornTest::usePrivateCloud();
+
 using BrokerTest::waitUntil;
 using Nubra::Error;
 using VornTest::ReplyPtr;

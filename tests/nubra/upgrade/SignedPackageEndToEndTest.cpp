@@ -18,6 +18,9 @@
 
 namespace {
 
+// The private cloud of this binary.
+const bool g_cloud = VornTest::usePrivateCloud();
+
 using Nubra::Error;
 
 VornTest::CloudAdmin& admin() { return VornTest::privateCloudAdmin(); }

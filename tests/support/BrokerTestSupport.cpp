@@ -7,10 +7,6 @@
 
 namespace BrokerTest {
 
-namespace {
-const bool g_cloud = VornTest::usePrivateCloud();
-} // namespace
-
 QJsonObject mqttSection(const VornTest::DevCloudProcess& cloud)
 {
     return VornTest::readJsonObject(cloud.configPath()).value("mqtt").toObject();

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// The private dev cloud (with its mosquitto broker) shared by the tests of
-// the broker binary, and publishing with mosquitto_pub.
+// The private dev cloud (with its mosquitto broker) of a broker test binary
+// (which calls VornTest::usePrivateCloud() once), and publishing with
+// mosquitto_pub.
 
 #include "PrivateCloud.h"
 #include "Waiting.h"

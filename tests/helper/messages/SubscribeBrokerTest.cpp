@@ -18,6 +18,9 @@
 
 namespace {
 
+// The private cloud of this binary.
+const bool g_cloud = VornTest::usePrivateCloud();
+
 using BrokerTest::waitUntil;
 
 VornNubraHelper* helper() { return VornNubraHelper::getInstance(); }

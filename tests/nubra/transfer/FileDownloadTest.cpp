@@ -21,6 +21,9 @@
 
 namespace {
 
+// The private cloud of this binary.
+const bool g_cloud = VornTest::usePrivateCloud();
+
 using VornTest::sha256OfFile;
 
 VornTest::CloudAdmin& admin() { return VornTest::privateCloudAdmin(); }
