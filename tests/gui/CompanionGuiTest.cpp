@@ -169,9 +169,10 @@ void CompanionGuiTest::screenshot(const QString& name, bool idle)
         return;
     if (idle)
         QTRY_VERIFY(!m_window->busyState()->busy());
-    // Let the last changes reach the X server before it is read (screenshot
-    // runs only: its pause shows in that run's repaint figures).
-    QTest::qWait(200);
+    // The last changes painted and through the X server before it is read
+    // (a round trip; screenshot runs only).
+    m_window->repaint();
+    QGuiApplication::sync();
     const QString path = m_screenshots + QLatin1Char('/') + name + QStringLiteral(".png");
     QCOMPARE(QProcess::execute(QStringLiteral("import"),
                                {QStringLiteral("-window"), QString::number(m_window->winId()), path}),

@@ -6,7 +6,9 @@
 #include "HelperTestSupport.h"
 
 #include <ScriptedService.h>
+#include <Waiting.h>
 
+#include <QCoreApplication>
 #include <QTest>
 #include <QTimer>
 
@@ -71,9 +73,9 @@ protected:
     }
     void TearDown() override
     {
-        // Let deferred deletions of replies and loops run before the
-        // service (which deletes replies still alive) goes.
-        QTest::qWait(0);
+        // Deferred deletions of replies and loops run before the service
+        // (which deletes replies still alive) goes.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         service.reset();
     }
 
@@ -147,7 +149,7 @@ TEST_F(BlockingCalls, repliesAreReleasedAfterTheCall)
         runCall(helper, call, Interface::GetDeviceAction, {{"sn", "X"}}, 5000);
     }
     ASSERT_EQ(service->calls.size(), 8);
-    QTest::qWait(0);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     for (const auto& c : service->calls)
         EXPECT_TRUE(c.reply.isNull()) << c.name.toStdString();
 }
@@ -310,7 +312,9 @@ TEST_F(BlockingCalls, lateReplyAfterTimeoutLeavesResultUntouched)
         const CallOutcome run = runCall(helper, call, Interface::FetchCountries, {}, 20);
         EXPECT_EQ(int(run.code), int(NubraCommon::Timeout));
         EXPECT_EQ(run.result.toMap(), kUntouched);
-        QTest::qWait(120);
+        // Until the late answer came, or the reply that would carry it went.
+        const QPointer<VornTest::ScriptedReply> reply = service->calls.last().reply;
+        ASSERT_TRUE(VornTest::waitUntil([&] { return !reply || reply->finishedSent > 0; }, 5000));
         EXPECT_EQ(run.result.toMap(), kUntouched);
     }
 

@@ -8,11 +8,13 @@
 #include "VornLog.h"
 
 #include <ScriptedService.h>
+#include <Waiting.h>
 #include <TestFiles.h>
 
 #include <QDir>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QCoreApplication>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -91,7 +93,7 @@ TEST(HelperObject, placeholderTokenUntilSet)
     ASSERT_EQ(service.calls.size(), 2);
     EXPECT_EQ(service.calls[0].record.value("headers").toMap().value("X-Auth-Token").toString(), "vqmpz");
     EXPECT_EQ(service.calls[1].record.value("headers").toMap().value("X-Auth-Token").toString(), "signed-in");
-    QTest::qWait(0);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 // The constructor does not wait for the configuration: its handlers log on
@@ -119,8 +121,8 @@ TEST(HelperObject, configurationHandlersLogTheOutcome)
         GlogCapture glog;
         OwnHelper own(c.path);
         EXPECT_TRUE(glog.texts().isEmpty()) << "nothing is logged before the event loop runs";
-        QTest::qWait(0);
-        QTest::qWait(0);
+        ASSERT_TRUE(VornTest::waitUntil([&] { return !glog.texts().isEmpty(); }, 5000));
+        VornTest::deliverQueued(2);
         if (c.accepted) {
             EXPECT_EQ(glog.texts(), QStringList{"set NubraCfg Success"});
         } else {
@@ -158,8 +160,8 @@ TEST(HelperObject, configurationAnswerIsJudgedByItsStatus)
             client.answerAfter("setConfigPath", 0, c.answer);
         GlogCapture glog;
         OwnHelper own(QStringLiteral("/scripted/config.json"), manager);
-        QTest::qWait(0);
-        QTest::qWait(0);
+        ASSERT_TRUE(VornTest::waitUntil([&] { return !glog.texts().isEmpty(); }, 5000));
+        VornTest::deliverQueued(2);
         ASSERT_EQ(client.callsNamed("setConfigPath").size(), 1);
         EXPECT_EQ(client.callsNamed("setConfigPath").first().record.value("path").toString(),
                   QStringLiteral("/scripted/config.json"));
@@ -176,7 +178,7 @@ TEST(HelperObject, gettersPassTheClientsMapsOn)
                                    R"({"baseUrl": "http://127.0.0.1:9", "custom": {"a": 1},
                                        "productLines": {"default": {"productLine": "VornScan", "models": ["VS-200"]}}})");
     OwnHelper own(path);
-    QTest::qWait(0);
+    VornTest::deliverQueued(); // the configuration handlers log now, not in a later test
     Nubra::Manager* manager = VornNubraHelperTestAccess::manager(own.helper.get());
     EXPECT_EQ(own.helper->configData(), manager->configData());
     EXPECT_EQ(own.helper->configData().value("custom").toMap().value("a").toInt(), 1);
@@ -214,7 +216,7 @@ TEST(HelperObject, logGateFollowsEqualLevelAndVerbosity)
             c.written ? QStringList{"Nubra Post :fetchCountries", "Nubra Post Success"} : QStringList{};
         EXPECT_EQ(glog.texts(), expected);
     }
-    QTest::qWait(0);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 // Without a manager every call answers NoManager (2), sends nothing and

@@ -7,6 +7,8 @@
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
 
+#include "Waiting.h"
+
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
@@ -40,18 +42,18 @@ inline Observed observe(Nubra::Reply* reply, int guardMs = 20000)
     if (!reply)
         return o;
     o.status = reply->status();
-    QEventLoop loop;
-    QObject::connect(reply, &Nubra::Reply::errorOccurred, [&](Nubra::Error::ErrorCode code) {
+    QEventLoop loop; // also the receivers' context: they go with it
+    QObject::connect(reply, &Nubra::Reply::errorOccurred, &loop, [&](Nubra::Error::ErrorCode code) {
         ++o.errors;
         o.error = code;
         if (o.finished > 0)
             o.errorBeforeFinished = false;
     });
-    QObject::connect(reply, &Nubra::Reply::sslErrorOccurred, [&](const QList<QSslError>& errors) {
+    QObject::connect(reply, &Nubra::Reply::sslErrorOccurred, &loop, [&](const QList<QSslError>& errors) {
         ++o.sslErrorSignals;
         o.sslErrors = errors;
     });
-    QObject::connect(reply, &Nubra::Reply::finished, [&](const QVariantMap& map) {
+    QObject::connect(reply, &Nubra::Reply::finished, &loop, [&](const QVariantMap& map) {
         ++o.finished;
         o.map = map;
         loop.quit();
@@ -65,10 +67,8 @@ inline Observed observe(Nubra::Reply* reply, int guardMs = 20000)
     guard.start(guardMs);
     if (o.finished == 0)
         loop.exec();
-    for (int i = 0; i < 3; ++i)
-        QTest::qWait(0);
+    deliverQueued(3);
     reply->deleteLater();
-    QTest::qWait(0);
     return o;
 }
 

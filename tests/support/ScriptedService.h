@@ -27,7 +27,11 @@ class ScriptedReply : public Nubra::Reply {
 public:
     explicit ScriptedReply(const QString& name, int status = 0);
 
-    void sendFinished(const QVariantMap& map) { emit finished(map); }
+    void sendFinished(const QVariantMap& map)
+    {
+        ++finishedSent;
+        emit finished(map);
+    }
     void sendError(Nubra::Error::ErrorCode code) { emit errorOccurred(code); }
     void sendReceived(const QString& topic, const QVariantMap& data) { emit received(topic, data); }
     void sendUploadProgress(qint64 sent, qint64 total) { emit uploadProgress(sent, total); }
@@ -40,6 +44,7 @@ public:
     void sendAbort() { notifyAbort(); }
 
     int stopCalls = 0;
+    int finishedSent = 0; // also while the reply's signals are blocked
 
 protected:
     void onStop(const QString& item) override;

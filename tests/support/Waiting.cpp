@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Waiting.h"
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QTimer>
@@ -21,6 +22,14 @@ bool waitUntil(const std::function<bool()>& done, int timeoutMs, int tickMs)
     tick.start(tickMs);
     loop.exec();
     return done();
+}
+
+void deliverQueued(int turns)
+{
+    for (int i = 0; i < turns; ++i) {
+        QCoreApplication::processEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
 }
 
 QVariantMap finishOf(Nubra::Reply* reply, int timeoutMs)

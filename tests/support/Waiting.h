@@ -19,6 +19,11 @@ namespace VornTest {
 // returns done(). Returns at once when done() already holds.
 bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000, int tickMs = 5);
 
+// Delivers what is already queued (queued signals, posted events, deferred
+// deletions), `turns` times, without waiting for anything new: gives a
+// signal that would come once too often its chance to show.
+void deliverQueued(int turns = 1);
+
 // Waits (at most timeoutMs) for the reply's finished() and returns its map
 // (empty if it never came); the reply is released with deleteLater().
 QVariantMap finishOf(Nubra::Reply* reply, int timeoutMs = 30000);

@@ -283,7 +283,7 @@ TEST(CloudDiskRequest, lateAnswerAfterTheWaitEndedIsIgnored)
     helper()->VornCloudDiskRequest(VornCloudDiskInterface::GetDefaultSpaceInfo, result, {}, {}, {}, {});
     EXPECT_EQ(result.value(QStringLiteral("n")).toInt(), 1);
     // The reply was released by deferred deletion.
-    QTest::qWait(20);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_TRUE(replyPtr.isNull());
 }
 
