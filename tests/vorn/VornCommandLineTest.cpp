@@ -5,6 +5,7 @@
 #include "LocalServer.h"
 #include "TestFiles.h"
 #include "VornProcess.h"
+#include "TestCertificate.h"
 
 #include <QProcess>
 
@@ -161,10 +162,7 @@ TEST(VornCommandLine, failuresNameTheirCause)
     QTemporaryDir dir;
     // A TLS server whose self-signed certificate the client must refuse.
     const QString cert = dir.filePath("cert.pem"), key = dir.filePath("key.pem");
-    ASSERT_EQ(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out",
-                                            cert, "-days", "2", "-subj", "/CN=127.0.0.1", "-addext",
-                                            "subjectAltName=IP:127.0.0.1"}),
-              0);
+    ASSERT_TRUE(VornTest::makeSelfSignedCertificate(cert, key));
     VornTest::LocalServer<httplib::SSLServer> tls(cert.toLocal8Bit().constData(), key.toLocal8Bit().constData());
     ASSERT_TRUE(tls.server.is_valid());
     ASSERT_GT(tls.start(), 0);

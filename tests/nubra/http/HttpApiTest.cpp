@@ -5,6 +5,7 @@
 
 #include "ClientHarness.h"
 #include "LocalServer.h"
+#include "TestCertificate.h"
 
 #include <DevCloudProcess.h>
 #include <Waiting.h>
@@ -632,10 +633,7 @@ TEST(HttpApi, tlsVerification)
 {
     QTemporaryDir dir;
     const QString cert = dir.filePath("cert.pem"), key = dir.filePath("key.pem");
-    const int rc = QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key,
-                                                 "-out", cert, "-days", "2", "-subj", "/CN=127.0.0.1", "-addext",
-                                                 "subjectAltName=IP:127.0.0.1"});
-    ASSERT_EQ(rc, 0) << "openssl could not make a certificate";
+    ASSERT_TRUE(VornTest::makeSelfSignedCertificate(cert, key)) << "openssl could not make a certificate";
     VornTest::LocalServer<httplib::SSLServer> server(cert.toLocal8Bit().constData(), key.toLocal8Bit().constData());
     ASSERT_TRUE(server.server.is_valid());
     server.server.Post("/echo", echo);
@@ -662,10 +660,7 @@ TEST(HttpApi, tlsVerification)
     // A trusted certificate for another name: the chain is fine, the name
     // is not.
     const QString otherCert = dir.filePath("other.pem"), otherKey = dir.filePath("other-key.pem");
-    ASSERT_EQ(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", otherKey,
-                                            "-out", otherCert, "-days", "2", "-subj", "/CN=localhost", "-addext",
-                                            "subjectAltName=DNS:localhost"}),
-              0);
+    ASSERT_TRUE(VornTest::makeSelfSignedCertificate(otherCert, otherKey, QStringLiteral("localhost")));
     VornTest::LocalServer<httplib::SSLServer> otherServer(otherCert.toLocal8Bit().constData(),
                                                           otherKey.toLocal8Bit().constData());
     ASSERT_TRUE(otherServer.server.is_valid());

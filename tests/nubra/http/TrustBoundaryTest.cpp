@@ -6,6 +6,7 @@
 
 #include "ClientHarness.h"
 #include "LocalServer.h"
+#include "TestCertificate.h"
 
 #include <HostileServer.h>
 #include <TestFiles.h>
@@ -230,10 +231,7 @@ TEST(TrustBoundary, downloadRedirects)
     // An https origin that sends its clients to plain http.
     QTemporaryDir dir;
     const QString cert = dir.filePath("cert.pem"), key = dir.filePath("key.pem");
-    ASSERT_EQ(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out",
-                                            cert, "-days", "2", "-subj", "/CN=127.0.0.1", "-addext",
-                                            "subjectAltName=IP:127.0.0.1"}),
-              0);
+    ASSERT_TRUE(VornTest::makeSelfSignedCertificate(cert, key));
     VornTest::LocalServer<httplib::SSLServer> secure(cert.toLocal8Bit().constData(), key.toLocal8Bit().constData());
     secure.server.Get("/down", [&](const httplib::Request&, httplib::Response& response) {
         response.set_redirect(files.url("/file").toStdString(), 302);

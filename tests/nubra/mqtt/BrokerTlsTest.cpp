@@ -6,6 +6,7 @@
 
 #include "BrokerTestSupport.h"
 #include "TestFiles.h"
+#include "TestCertificate.h"
 
 #include <Nubra/Manager.h>
 #include <Nubra/Reply.h>
@@ -110,10 +111,7 @@ TEST_F(BrokerTls, aBrokerThatCannotBeVerifiedFailsTheConnection)
 {
     // A self-signed certificate for the same address, not the broker's CA.
     const QString unrelated = dir.filePath("unrelated.pem");
-    ASSERT_EQ(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
-                                            "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
-                                            dir.filePath("unrelated.key"), "-out", unrelated}),
-              0);
+    ASSERT_TRUE(VornTest::makeSelfSignedCertificate(unrelated, dir.filePath("unrelated.key")));
     const struct {
         const char* name;
         std::function<void(QJsonObject&)> change;
