@@ -48,65 +48,36 @@ CurlMultiDriver::~CurlMultiDriver()
         delete entry.second.write;
     }
     m_sockets.clear();
-    for (const IdleHandle& idle : m_idleHandles)
-        curl_easy_cleanup(idle.easy);
+    for (CURL* idle : m_idleHandles)
+        curl_easy_cleanup(idle);
     curl_multi_cleanup(m_multi);
 }
 
-CURL* CurlMultiDriver::takeEasyHandle(bool* standing)
+CURL* CurlMultiDriver::takeEasyHandle()
 {
-    IdleHandle taken{nullptr, false};
     if (m_idleHandles.empty()) {
-        taken.easy = curl_easy_init();
-    } else {
-        taken = m_idleHandles.back();
-        m_idleHandles.pop_back();
+        CURL* easy = curl_easy_init();
+        CurlTransfer::applyStandingOptions(easy, this);
+        return easy;
     }
-    *standing = taken.standing;
-    if (!taken.standing) // fresh or reset: no options at all yet
-        setConnectionCallbacks(taken.easy);
-    return taken.easy;
+    CURL* easy = m_idleHandles.back();
+    m_idleHandles.pop_back();
+    return easy;
 }
 
-void CurlMultiDriver::setConnectionCallbacks(CURL* easy)
-{
-    // Connections are opened and closed through us, so that their sockets
-    // can stay watched between requests (see unwatchSocket()).
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlMultiDriver::openSocketCallback);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
-    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlMultiDriver::closeSocketCallback);
-    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
-}
-
-void CurlMultiDriver::returnEasyHandle(CURL* easy, bool plain)
+void CurlMultiDriver::returnEasyHandle(CURL* easy)
 {
     constexpr size_t kMaxIdleHandles = 8;
     if (m_idleHandles.size() >= kMaxIdleHandles) {
         curl_easy_cleanup(easy);
         return;
     }
-    if (plain) {
-        // What a plain transfer set for its request alone goes back to
-        // curl's defaults; curl_easy_reset() would also drop the standing
-        // options, which the next transfer would then set again (a reset
-        // and a dozen options per API call).
-        curl_easy_setopt(easy, CURLOPT_PRIVATE, nullptr);
-        curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
-        curl_easy_setopt(easy, CURLOPT_WRITEDATA, nullptr);
-        curl_easy_setopt(easy, CURLOPT_HEADERDATA, nullptr);
-        curl_easy_setopt(easy, CURLOPT_XFERINFODATA, nullptr);
-        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, nullptr);
-        curl_easy_setopt(easy, CURLOPT_CURLU, nullptr);
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, nullptr);
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(-1));
-        curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
-        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 0L);
-        curl_easy_setopt(easy, CURLOPT_PROXY, nullptr);
-        curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
-    } else {
-        curl_easy_reset(easy);
-    }
-    m_idleHandles.push_back({easy, plain});
+    // Nothing of the last request survives (body, method, headers, proxy,
+    // CA file, limits, pointers to its transfer), and the standing options
+    // are in force again before the handle can be taken.
+    curl_easy_reset(easy);
+    CurlTransfer::applyStandingOptions(easy, this);
+    m_idleHandles.push_back(easy);
 }
 
 bool CurlMultiDriver::add(CurlTransfer* transfer)

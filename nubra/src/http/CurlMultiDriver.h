@@ -32,16 +32,20 @@ public:
     void remove(CurlTransfer* transfer);
 
     // Easy handles are kept for reuse: a fresh one costs allocations and a
-    // new receive buffer for every request. *standing is set when the
-    // handle still carries the options every transfer sets the same way
-    // (returned as plain, see below), so that they need not be set again.
-    CURL* takeEasyHandle(bool* standing);
-    // Keeps the handle for reuse (or cleans it up). A plain handle (an
-    // in-memory GET or POST without extra options) is only cleared of
-    // its per-request options; any other is reset completely.
-    void returnEasyHandle(CURL* easy, bool plain);
+    // new receive buffer for every request. A handle taken carries the
+    // standing options (CurlTransfer::applyStandingOptions()) and nothing
+    // else.
+    CURL* takeEasyHandle();
+    // Resets the handle to curl's defaults, applies the standing options
+    // again and keeps it for reuse (or cleans it up when enough are kept).
+    void returnEasyHandle(CURL* easy);
+    // Handles kept for reuse.
+    size_t idleHandleCount() const { return m_idleHandles.size(); }
 
 private:
+    // Sets the connection callbacks below among the standing options.
+    friend class CurlTransfer;
+
     struct SocketWatch {
         QSocketNotifier* read = nullptr;
         QSocketNotifier* write = nullptr;
@@ -57,7 +61,6 @@ private:
     static curl_socket_t openSocketCallback(void* driver, curlsocktype purpose, curl_sockaddr* address);
     static int closeSocketCallback(void* driver, curl_socket_t socket);
     void forgetSocket(curl_socket_t socket);
-    void setConnectionCallbacks(CURL* easy);
 
     void watchSocket(curl_socket_t socket, int what);
     void unwatchSocket(curl_socket_t socket);
@@ -70,11 +73,7 @@ private:
     QTimer m_timer;
     std::unordered_map<curl_socket_t, SocketWatch> m_sockets;
     std::unordered_set<CurlTransfer*> m_active;
-    struct IdleHandle {
-        CURL* easy;
-        bool standing;
-    };
-    std::vector<IdleHandle> m_idleHandles;
+    std::vector<CURL*> m_idleHandles;
     bool m_collectQueued = false;
     bool m_timeoutActionQueued = false;
     bool m_adding = false;

@@ -26,6 +26,14 @@ class CurlMultiDriver;
 // One libcurl easy handle run by a CurlMultiDriver. The owner sets it up,
 // calls start() and hears completed() exactly once (unless it cancels or
 // deletes the transfer first). Callbacks run on the driver's thread.
+//
+// Every libcurl option the client sets is set in CurlTransfer.cpp: the
+// options every handle carries for its whole life in
+// applyStandingOptions(), a request's own ones in the setters below. The
+// handle is not open to callers; what they need of it has a setter or a
+// getter here. A handle goes back to the driver's pool through
+// curl_easy_reset() and applyStandingOptions(), so the next transfer on it
+// starts from exactly the standing options, whatever the last one set.
 class CurlTransfer : public QObject {
     Q_OBJECT
 public:
@@ -41,8 +49,6 @@ public:
 
     CurlTransfer(CurlMultiDriver* driver, QObject* parent = nullptr);
     ~CurlTransfer() override;
-
-    CURL* handle() const { return m_easy; }
 
     void setUrl(const QUrl& url);
     void setEncodedUrl(const QByteArray& url);
@@ -76,6 +82,9 @@ public:
     void setDirect();
     // Caps the receive rate (bytes/s); 0 = unlimited.
     void setMaxReceiveSpeed(qint64 bytesPerSecond);
+    // Size of curl's receive buffer (curl's default: 16 KiB; large files
+    // move with fewer write calls through a larger one).
+    void setReceiveBufferSize(long bytes);
 
     bool start();
     // Stops the transfer without completed(); the handle can be discarded.
@@ -83,6 +92,8 @@ public:
     bool isRunning() const { return m_running; }
 
     long httpStatus() const;
+    // Content-Length of the current answer, or -1 when it announced none.
+    qint64 contentLength() const;
     // Last value of a response header (case-insensitive name), or empty.
     QByteArray responseHeader(const QByteArray& name) const;
     QList<QSslError> sslErrors() const { return m_sslErrors; }
@@ -103,7 +114,15 @@ signals:
     void completed(int curlCode);
 
 private:
+    // The driver adds and removes the handle, completes the transfer and
+    // prepares pooled handles (applyStandingOptions()); nothing else sees
+    // the handle.
     friend class CurlMultiDriver;
+    CURL* handle() const { return m_easy; }
+    // The options every handle carries, on a fresh handle or after
+    // curl_easy_reset(). The driver's connection callbacks are among them
+    // when there is a driver.
+    static void applyStandingOptions(CURL* easy, CurlMultiDriver* driver);
     void complete(CURLcode result);
 
     static size_t writeCallback(char* data, size_t size, size_t count, void* self);
@@ -141,9 +160,6 @@ private:
     bool m_running = false;
     bool m_progressPending = false;
     bool m_progressWanted = false;
-    // Only per-request options were set: the handle can be reused without
-    // a full reset (see CurlMultiDriver::returnEasyHandle()).
-    bool m_plain = true;
     QElapsedTimer m_clock;
     QElapsedTimer m_progressClock;
     qint64 m_received = 0, m_receiveTotal = 0, m_sent = 0, m_sendTotal = 0;

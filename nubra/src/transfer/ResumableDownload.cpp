@@ -229,9 +229,9 @@ void ResumableDownload::startTransfer()
     if (m_options.expectedSize >= 0)
         transfer->setMaxAnswerBytes(qMax<qint64>(1, m_options.expectedSize));
     transfer->setMaxReceiveSpeed(m_options.maxReceiveSpeed);
-    // Byte ranges of an encoded body are not ranges of the file.
-    curl_easy_setopt(transfer->handle(), CURLOPT_ACCEPT_ENCODING, nullptr);
-    curl_easy_setopt(transfer->handle(), CURLOPT_BUFFERSIZE, kReceiveBuffer);
+    // No Accept-Encoding goes out (CurlTransfer never sends one): byte
+    // ranges of an encoded body would not be ranges of the file.
+    transfer->setReceiveBufferSize(kReceiveBuffer);
     if (m_written > 0) {
         // Not CURLOPT_RESUME_FROM: curl would fail on a 200 answer, which is
         // exactly how a server tells that the file changed. begin() kept
@@ -307,10 +307,9 @@ bool ResumableDownload::acceptFirstBytes()
             if (m_hash)
                 m_hash->reset();
         }
-        curl_off_t length = -1;
-        curl_easy_getinfo(m_transfer->handle(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+        const qint64 length = m_transfer->contentLength();
         if (length >= 0)
-            m_total = qint64(length);
+            m_total = length;
     } else {
         return true;
     }

@@ -2,7 +2,8 @@
 // The client against a hostile server: redirects to other origins and
 // schemes, URLs of other schemes, more bytes than announced, trickles and
 // stalls, files that change between a cut and a resume, full disks and
-// folders it cannot write, answers too large or not JSON.
+// folders it cannot write, answers too large or not JSON, and pooled easy
+// handles that must forget the last request.
 
 #include "ClientHarness.h"
 #include "LocalServer.h"
@@ -10,7 +11,10 @@
 
 #include <HostileServer.h>
 #include <TestFiles.h>
+#include <Waiting.h>
 
+#include "http/CurlMultiDriver.h"
+#include "http/CurlTransfer.h"
 #include "http/JsonCall.h"
 #include "http/StallDetector.h"
 
@@ -25,6 +29,7 @@
 #include <functional>
 #include <csignal>
 #include <cstring>
+#include <utility>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -129,6 +134,206 @@ TEST(StallDetector, firesAfterTheWindowOfTooFewBytesAndOnlyThen)
             // The first report at or after the window's end, never before.
             EXPECT_GE(fired, c.firesAt);
             EXPECT_LE(fired, c.firesAt + 1000);
+        }
+    }
+}
+
+namespace {
+
+// Runs a transfer to its end and returns curl's code (-1: it did not end
+// within the bound, and was cancelled).
+int runToEnd(Nubra::CurlTransfer& transfer, QByteArray* answer = nullptr)
+{
+    int code = -1;
+    transfer.setBodySink([answer](const char* data, size_t size) {
+        if (answer)
+            answer->append(data, int(size));
+        return true;
+    });
+    transfer.setCompletionHandler([&code](int result) { code = result; });
+    if (!transfer.start())
+        return -2;
+    VornTest::waitUntil([&code] { return code != -1; }, 20000);
+    transfer.cancel();
+    return code;
+}
+
+} // namespace
+
+// Each transfer returns its easy handle to the driver's pool, and the next
+// transfer takes it. Whatever the earlier request set (its body, method,
+// headers, range, rate cap, size bound, time-out, proxy, CA file) must not
+// reach the next one, and the options that guard every request (http and
+// https only, at most 5 redirects, no credentials to another host) must
+// still hold on the reused handle.
+TEST(TrustBoundary, pooledHandlesForgetTheLastRequest)
+{
+    HostileServer origin;
+    ASSERT_GT(origin.start(), 0);
+    const QByteArray probeBody = pattern(256 * 1024, 'p');
+    origin.route("/", [&](const HostileServer::Request&) {
+        HostileServer::Response r;
+        r.body = probeBody;
+        return r;
+    });
+    origin.route("/small", [](const HostileServer::Request&) { return HostileServer::Response::json("{}"); });
+    origin.route("/silent", [](const HostileServer::Request&) {
+        HostileServer::Response r;
+        r.body = "late";
+        r.stallAfter = 0;
+        return r;
+    });
+    origin.route("/loop", [](const HostileServer::Request&) { return HostileServer::Response::redirect(302, "/loop"); });
+    const QByteArray otherHost = "http://localhost:" + QByteArray::number(origin.port());
+    origin.route("/hop", [&](const HostileServer::Request&) {
+        return HostileServer::Response::redirect(302, otherHost + "/landed");
+    });
+    origin.route("/dir/hop", [](const HostileServer::Request&) { return HostileServer::Response::redirect(302, "next"); });
+    HostileServer proxy;
+    ASSERT_GT(proxy.start(), 0);
+    // The test's environment exempts loopback from proxies (no_proxy); a
+    // configured proxy is to be used here.
+    struct NoProxyUnset {
+        const QByteArray saved = qgetenv("no_proxy");
+        NoProxyUnset() { qunsetenv("no_proxy"); }
+        ~NoProxyUnset() { qputenv("no_proxy", saved); }
+    } noProxyUnset;
+    proxy.route("http://", [](const HostileServer::Request&) { return HostileServer::Response::json("{}"); });
+    VornTest::SilentListener ftp;
+
+    QTemporaryDir dir;
+    const QString cert = dir.filePath("cert.pem"), key = dir.filePath("key.pem");
+    ASSERT_TRUE(VornTest::makeSelfSignedCertificate(cert, key));
+    VornTest::LocalServer<httplib::SSLServer> secure(cert.toLocal8Bit().constData(), key.toLocal8Bit().constData());
+    secure.server.Get(".*", [](const httplib::Request&, httplib::Response& response) {
+        response.set_content("{}", "application/json");
+    });
+    ASSERT_GT(secure.start(), 0);
+
+    using Nubra::CurlTransfer;
+    const QByteArray small = origin.url("/small").toLatin1();
+    const QByteArray probe = origin.url("/probe").toLatin1();
+    // An earlier request that sets everything a request can set.
+    const auto everything = [&](CurlTransfer& t) {
+        t.setEncodedUrl(secure.url("https").toLatin1() + "/small");
+        t.setMethod("PUT");
+        t.setBody("earlier-body");
+        t.addHeader("X-Auth-Token", "tok-1");
+        t.setResumeFrom(0);
+        t.setStallLimit(30, 1);
+        t.setMaxAnswerBytes(1 << 20);
+        t.setMaxReceiveSpeed(1 << 20);
+        t.setReceiveBufferSize(512 * 1024);
+        t.setCaFile(cert);
+        t.setRedirectPolicy(Nubra::RedirectPolicy::AnyOriginNoDowngrade);
+        QObject::connect(&t, &CurlTransfer::progress, [] {});
+    };
+    struct Case {
+        const char* name;
+        std::function<void(CurlTransfer&)> earlier; // on `small` unless it names its own URL
+        int earlierCode;
+        QByteArray probeUrl; // a plain GET on the reused handle, to a configured endpoint
+        int probeCode;
+        Nubra::RedirectPolicy probePolicy = Nubra::RedirectPolicy::SameOrigin;
+    };
+    const Case cases[] = {
+        {"PUT with a body", [](CurlTransfer& t) {
+             t.setMethod("PUT");
+             t.setBody("put-body");
+         }, CURLE_OK, probe,
+         CURLE_OK},
+        {"POST with a body", [](CurlTransfer& t) {
+             t.setMethod("POST");
+             t.setBody("post-body");
+         }, CURLE_OK, probe,
+         CURLE_OK},
+        {"DELETE", [](CurlTransfer& t) { t.setMethod("DELETE"); }, CURLE_OK, probe, CURLE_OK},
+        {"streamed upload",
+         [](CurlTransfer& t) {
+             t.setMethod("PUT");
+             t.setBodySource([sent = false](char* buffer, size_t) mutable {
+                 if (std::exchange(sent, true))
+                     return size_t(0);
+                 std::memcpy(buffer, "stream", 6);
+                 return size_t(6);
+             }, 6);
+         },
+         CURLE_OK, probe, CURLE_OK},
+        {"own header", [](CurlTransfer& t) { t.addHeader("X-Auth-Token", "tok-1"); }, CURLE_OK, probe, CURLE_OK},
+        // The server ignores the range, which curl takes for an error.
+        {"resume offset", [](CurlTransfer& t) { t.setResumeFrom(1); }, CURLE_RANGE_ERROR, probe, CURLE_OK},
+        // Carried over, the probe's 256 KiB would take minutes.
+        {"receive rate cap", [](CurlTransfer& t) { t.setMaxReceiveSpeed(100); }, CURLE_OK, probe, CURLE_OK},
+        {"answer size bound", [](CurlTransfer& t) { t.setMaxAnswerBytes(16); }, CURLE_OK, probe, CURLE_OK},
+        {"time-out",
+         [&](CurlTransfer& t) {
+             t.setEncodedUrl(origin.url("/silent").toLatin1());
+             t.setTimeoutMs(1);
+         },
+         CURLE_OPERATION_TIMEDOUT, probe, CURLE_OK},
+        {"proxy", [&](CurlTransfer& t) { t.setProxy(proxy.url()); }, CURLE_OK, probe, CURLE_OK},
+        // The redirect check must judge a Location against this request's
+        // URL, not the one the handle fetched before.
+        {"another origin, then a relative redirect",
+         [&](CurlTransfer& t) { t.setEndpointUrl(otherHost + "/small"); }, CURLE_OK, origin.url("/dir/hop").toLatin1(),
+         CURLE_OK},
+        {"CA file",
+         [&](CurlTransfer& t) {
+             t.setEncodedUrl(secure.url("https").toLatin1() + "/small");
+             t.setCaFile(cert);
+         },
+         CURLE_OK, secure.url("https").toLatin1() + "/probe", CURLE_PEER_FAILED_VERIFICATION},
+        {"everything, then another scheme", everything, CURLE_OK,
+         "ftp://127.0.0.1:" + QByteArray::number(ftp.port()) + "/x", CURLE_UNSUPPORTED_PROTOCOL},
+        {"everything, then endless redirects", everything, CURLE_OK, origin.url("/loop").toLatin1(),
+         CURLE_TOO_MANY_REDIRECTS},
+        {"everything, then credentials and a redirect to another host", everything, CURLE_OK,
+         "http://user:pw@127.0.0.1:" + QByteArray::number(origin.port()) + "/hop", CURLE_OK,
+         Nubra::RedirectPolicy::AnyOriginNoDowngrade},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Nubra::CurlMultiDriver driver;
+        {
+            CurlTransfer earlier(&driver);
+            earlier.setEndpointUrl(small);
+            c.earlier(earlier);
+            EXPECT_EQ(runToEnd(earlier), c.earlierCode) << earlier.curlErrorText().toStdString();
+        }
+        ASSERT_EQ(driver.idleHandleCount(), 1u);
+        const int seenBefore = origin.requests().size();
+        CurlTransfer next(&driver);
+        ASSERT_EQ(driver.idleHandleCount(), 0u) << "the probe did not take the pooled handle";
+        next.setEndpointUrl(c.probeUrl);
+        next.setRedirectPolicy(c.probePolicy);
+        QByteArray answer;
+        EXPECT_EQ(runToEnd(next, &answer), c.probeCode) << next.curlErrorText().toStdString();
+        const QList<HostileServer::Request> seen = origin.requests().mid(seenBefore);
+        if (c.probeUrl == probe) {
+            EXPECT_EQ(answer, probeBody);
+            EXPECT_EQ(seen.size(), 1) << "the probe did not reach the origin";
+            if (seen.size() != 1)
+                continue;
+            const HostileServer::Request& r = seen.first();
+            EXPECT_EQ(r.method, "GET");
+            EXPECT_EQ(r.target, "/probe");
+            EXPECT_TRUE(r.body.isEmpty());
+            for (const char* header :
+                 {"X-Auth-Token", "Range", "Content-Length", "Transfer-Encoding", "Expect", "Accept-Encoding"})
+                EXPECT_TRUE(r.header(header).isEmpty()) << header;
+        }
+    }
+    EXPECT_EQ(proxy.requests().size(), 1) << "only the request that named the proxy went through it";
+    EXPECT_EQ(ftp.connections(), 0);
+    EXPECT_EQ(requestsTo(origin, "/loop"), 6) << "the first request and 5 redirects";
+    EXPECT_EQ(requestsTo(origin, "/dir/next"), 1);
+    ASSERT_EQ(requestsTo(origin, "/hop"), 1);
+    ASSERT_EQ(requestsTo(origin, "/landed"), 1);
+    for (const auto& r : origin.requests()) {
+        if (r.path() == "/hop") {
+            EXPECT_FALSE(r.header("Authorization").isEmpty());
+        } else if (r.path() == "/landed") {
+            EXPECT_TRUE(r.header("Authorization").isEmpty()) << "credentials went to another host";
         }
     }
 }
