@@ -237,16 +237,18 @@ TEST(TrustBoundary, pooledHandlesForgetTheLastRequest)
         Nubra::RedirectPolicy probePolicy = Nubra::RedirectPolicy::SameOrigin;
     };
     const Case cases[] = {
-        {"PUT with a body", [](CurlTransfer& t) {
+        {"PUT with a body",
+         [](CurlTransfer& t) {
              t.setMethod("PUT");
              t.setBody("put-body");
-         }, CURLE_OK, probe,
-         CURLE_OK},
-        {"POST with a body", [](CurlTransfer& t) {
+         },
+         CURLE_OK, probe, CURLE_OK},
+        {"POST with a body",
+         [](CurlTransfer& t) {
              t.setMethod("POST");
              t.setBody("post-body");
-         }, CURLE_OK, probe,
-         CURLE_OK},
+         },
+         CURLE_OK, probe, CURLE_OK},
         {"DELETE", [](CurlTransfer& t) { t.setMethod("DELETE"); }, CURLE_OK, probe, CURLE_OK},
         {"streamed upload",
          [](CurlTransfer& t) {
