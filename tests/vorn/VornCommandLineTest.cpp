@@ -7,7 +7,6 @@
 #include "VornProcess.h"
 #include "TestCertificate.h"
 
-#include <QProcess>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -16,7 +16,6 @@
 #include <QLoggingCategory>
 #include <QMutex>
 #include <QPointer>
-#include <QProcess>
 #include <QSet>
 #include <QTcpServer>
 #include <QTcpSocket>

@@ -21,7 +21,6 @@
 #include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QProcess>
 
 #include <gtest/gtest.h>
 

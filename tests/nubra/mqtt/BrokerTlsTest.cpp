@@ -13,7 +13,6 @@
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
