@@ -73,6 +73,23 @@ void JsonCall::completed(int curlCode)
         handler(answer);
 }
 
+bool JsonCall::cloudSucceeded(const Answer& answer, Error::ErrorCode* code, QString* message)
+{
+    if (answer.code != Error::NoError) {
+        *code = answer.code;
+        *message = answer.message;
+        return false;
+    }
+    if (answer.httpStatus < 400 &&
+        answer.object.value(QStringLiteral("status")).toString() == QLatin1String("success"))
+        return true;
+    *code = answer.httpStatus >= 400 ? Error::HttpError : Error::ProtocolErrorOther;
+    *message = answer.object.value(QStringLiteral("message")).toString();
+    if (message->isEmpty())
+        *message = QStringLiteral("the cloud answered a failure (HTTP %1)").arg(answer.httpStatus);
+    return false;
+}
+
 JsonCall::Answer JsonCall::read(int curlCode) const
 {
     Answer answer;

@@ -81,6 +81,14 @@ public:
     void setJsonHeaders(bool withBody, bool ownAccept = false, bool ownType = false);
     void setAnswerHandler(AnswerHandler handler) { m_handler = std::move(handler); }
 
+    // The cloud's own verdict in an answer that is a JSON object, for the
+    // calls that read it (upgrade, uploads): "status" "success", or a
+    // failure with the cloud's "message" (else "the cloud answered a
+    // failure (HTTP N)"): HttpError from HTTP 400 on, else
+    // ProtocolErrorOther. Returns true for success; the answer's own
+    // failure comes first.
+    static bool cloudSucceeded(const Answer& answer, Error::ErrorCode* code, QString* message);
+
     bool start() { return m_transfer.start(); }
     // Stops the call; the handler is not called.
     void cancel() { m_transfer.cancel(); }

@@ -129,21 +129,12 @@ static bool readAnswer(const JsonCall::Answer& answer, QVariantMap* result, Erro
                        QString* message, QVariantMap* details)
 {
     details->insert(QStringLiteral("httpStatus"), answer.httpStatus);
-    if (answer.code != Error::NoError) {
-        *code = answer.code;
-        *message = answer.message;
+    if (!JsonCall::cloudSucceeded(answer, code, message)) {
+        if (answer.code == Error::NoError)
+            details->insert(QStringLiteral("serverCode"), answer.object.value(QStringLiteral("code")));
         return false;
     }
-    const QVariantMap& map = answer.object;
-    if (answer.httpStatus >= 400 || map.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
-        *code = Error::HttpError;
-        *message = map.value(QStringLiteral("message")).toString();
-        if (message->isEmpty())
-            *message = QStringLiteral("HTTP status %1").arg(answer.httpStatus);
-        details->insert(QStringLiteral("serverCode"), map.value(QStringLiteral("code")));
-        return false;
-    }
-    *result = map.value(QStringLiteral("result")).toMap();
+    *result = answer.object.value(QStringLiteral("result")).toMap();
     return true;
 }
 

@@ -44,16 +44,10 @@ void CloudJsonCall::start()
     call.setJsonBody(m_body);
     call.setAnswerHandler([this](const JsonCall::Answer& answer) {
         m_httpStatus = answer.httpStatus;
-        if (answer.code != Error::NoError) {
-            report(answer.code, answer.message, {});
-            return;
-        }
-        if (answer.object.value(QStringLiteral("status")).toString() != QLatin1String("success")) {
-            const QString message = answer.object.value(QStringLiteral("message")).toString();
-            report(answer.httpStatus >= 400 ? Error::HttpError : Error::ProtocolErrorOther,
-                   message.isEmpty() ? QStringLiteral("the cloud answered a failure (HTTP %1)").arg(answer.httpStatus)
-                                     : message,
-                   answer.object);
+        Error::ErrorCode code = Error::NoError;
+        QString message;
+        if (!JsonCall::cloudSucceeded(answer, &code, &message)) {
+            report(code, message, answer.object);
             return;
         }
         report(Error::NoError, QString(), answer.object.value(QStringLiteral("result")).toMap());
